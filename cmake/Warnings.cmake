@@ -1,0 +1,4 @@
+# Warnings for the project's own targets; dependencies are included as system headers.
+function(zl_warnings target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow=local -Wno-missing-field-initializers)
+endfunction()

@@ -1,0 +1,22 @@
+#include "MainWindow.h"
+
+#include "app/StyleSheet.h"
+#include "app/Version.h"
+
+#include <QDebug>
+#include <QLabel>
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
+{
+    setWindowTitle(QStringLiteral("zephyrlake · %1").arg(QLatin1String(zl::kAppVersion)));
+    resize(zl::uiScale(780), zl::uiScale(1020));
+    setMinimumSize(zl::uiScale(380), zl::uiScale(560));
+    auto* placeholder = new QLabel(QStringLiteral("zephyrlake"), this);
+    placeholder->setAlignment(Qt::AlignCenter);
+    setCentralWidget(placeholder);
+}
+
+MainWindow::~MainWindow()
+{
+    qInfo() << "[shutdown] ~MainWindow begin";
+}

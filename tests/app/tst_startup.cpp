@@ -1,0 +1,158 @@
+// Starts the real program, as a normal user, in a private folder tree.
+#include "ProgramSandbox.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+// Start-up under the sanitizers is slow on a loaded 2-core machine.
+constexpr int kStartTimeoutMs = 60000;
+
+QString readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+// Line numbers of each needle in text, in the order given; -1 where missing.
+QList<int> linesOf(const QString& text, const QStringList& needles)
+{
+    const QStringList lines = text.split(QLatin1Char('\n'));
+    QList<int> at;
+    for (const QString& needle : needles) {
+        int found = -1;
+        for (int i = 0; i < lines.size(); ++i) {
+            if (lines.at(i).contains(needle)) {
+                found = i;
+                break;
+            }
+        }
+        at.append(found);
+    }
+    return at;
+}
+
+} // namespace
+
+class TestStartup : public QObject {
+    Q_OBJECT
+
+private slots:
+    void versionAnywhereCreatesNothing_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("-v third") << QStringList{"-style", "fusion", "-v"};
+        QTest::newRow("--version first") << QStringList{"--version", "-platform", "none"};
+    }
+
+    void versionAnywhereCreatesNothing()
+    {
+        QFETCH(QStringList, args);
+        ProgramSandbox box;
+        QVERIFY(box.isValid());
+        QProcess* p = box.start(args);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p->exitCode(), 0);
+        QCOMPARE(p->readAllStandardOutput(), QByteArray("zephyrlake 617f06ff\n"));
+        QCOMPARE(box.filesCreated(), QStringList());
+        QVERIFY(!QFile::exists(box.binaryDir() + "/log"));
+    }
+
+    void startLogsAndSigtermShutsDownInOrder()
+    {
+        // From a folder named "build" the log goes beside it.
+        ProgramSandbox box(QStringLiteral("build"));
+        QVERIFY(box.isValid());
+        box.writeConfig(QJsonObject{{"general", QJsonObject{{"callsign", "XX0ABC"}}}});
+        QProcess* p = box.start();
+        const QString logDir = box.root() + "/log";
+        QTRY_COMPARE_WITH_TIMEOUT(ProgramSandbox::logFiles(logDir).size(), 1, kStartTimeoutMs);
+        const QString name = ProgramSandbox::logFiles(logDir).first();
+        QVERIFY2(QRegularExpression("^zl-\\d{6}-\\d{6}\\.log$").match(name).hasMatch(), qPrintable(name));
+        const QString path = logDir + "/" + name;
+        QTRY_VERIFY_WITH_TIMEOUT(readAll(path).contains("main: window shown"), kStartTimeoutMs);
+
+        QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p->exitCode(), 0);
+
+        const QString log = readAll(path);
+        const QStringList lines = log.split('\n', Qt::SkipEmptyParts);
+        QVERIFY(lines.first().endsWith(
+            QStringLiteral("] [info] === zephyrlake log start, file=%1 ===").arg(QFileInfo(path).absoluteFilePath())));
+        const QList<int> at =
+            linesOf(log, {"[shutdown] SIGINT/SIGTERM received — quitting",
+                          "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()", "[shutdown] aboutToQuit done",
+                          "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
+        QVERIFY2(!at.contains(-1), qPrintable(log));
+        QVERIFY2(std::is_sorted(at.begin(), at.end()), qPrintable(log));
+        // The console carries the same lines.
+        QVERIFY(p->readAllStandardOutput().contains("[shutdown] ~MainWindow begin"));
+        // The configuration was read, not rewritten.
+        QVERIFY(readAll(box.configFile()).contains("XX0ABC"));
+    }
+
+    void disabledLogWritesNoFile()
+    {
+        ProgramSandbox box;
+        QVERIFY(box.isValid());
+        box.writeConfig(QJsonObject{{"general", QJsonObject{{"log_enabled", false}}}});
+        QProcess* p = box.start();
+        QByteArray out;
+        QTRY_VERIFY_WITH_TIMEOUT((out += p->readAllStandardOutput()).contains("main: window shown"), kStartTimeoutMs);
+        QVERIFY(out.contains("] [info] === zephyrlake log start (file disabled in settings) ==="));
+        QCOMPARE(ProgramSandbox::logFiles(box.binaryDir() + "/log"), QStringList());
+        QCOMPARE(::kill(pid_t(p->processId()), SIGINT), 0);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitCode(), 0);
+    }
+
+    void installedProgramFindsItsFiles()
+    {
+        const auto box = ProgramSandbox::installed();
+        QVERIFY(box->isValid());
+        QVERIFY(QFile::exists(box->root() + "/share/zephyrlake/style.qss"));
+        const QString logDir = box->root() + "/logs";
+        box->writeConfig(QJsonObject{{"general", QJsonObject{{"log_dir", logDir}}}});
+        QProcess* p = box->start();
+        QTRY_COMPARE_WITH_TIMEOUT(ProgramSandbox::logFiles(logDir).size(), 1, kStartTimeoutMs);
+        const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
+        QTRY_VERIFY_WITH_TIMEOUT(readAll(path).contains("main: window shown"), kStartTimeoutMs);
+        QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitCode(), 0);
+        const QString log = readAll(path);
+        QVERIFY2(log.contains("StyleSheet: using \"" + box->root() + "/bin/../share/zephyrlake/style.qss\""),
+                 qPrintable(log));
+    }
+
+    void rootIsRefusedAfterTheLogOpens()
+    {
+        if (::geteuid() != 0)
+            QSKIP("needs to run as root to see the refusal");
+        ProgramSandbox box;
+        QVERIFY(box.isValid());
+        QProcess* p = box.start({}, true);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p->exitCode(), 1);
+        // Started outside a build tree, the log lies below the program's folder.
+        const QStringList logs = ProgramSandbox::logFiles(box.binaryDir() + "/log");
+        QCOMPARE(logs.size(), 1);
+        const QString log = readAll(box.binaryDir() + "/log/" + logs.first());
+        QVERIFY(log.contains("=== zephyrlake log start, file="));
+        QVERIFY(log.contains("main: refusing to run as root"));
+        QVERIFY(!log.contains("main: window shown"));
+        QVERIFY(!log.contains("~MainWindow"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"

@@ -1,0 +1,81 @@
+#include "app/Log.h"
+#include "app/StyleSheet.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestStyle : public QObject {
+    Q_OBJECT
+
+private slots:
+    void scaleFactorFollowsAvailableHeight_data()
+    {
+        QTest::addColumn<int>("height");
+        QTest::addColumn<double>("factor");
+        QTest::newRow("no screen") << 0 << 1.0;
+        QTest::newRow("negative") << -5 << 1.0;
+        QTest::newRow("tiny clamps to 0.7") << 480 << 0.7;
+        QTest::newRow("768") << 768 << 0.768;
+        QTest::newRow("1000") << 1000 << 1.0;
+        QTest::newRow("1080 never enlarges") << 1080 << 1.0;
+        QTest::newRow("2160") << 2160 << 1.0;
+    }
+
+    void scaleFactorFollowsAvailableHeight()
+    {
+        QFETCH(int, height);
+        QFETCH(double, factor);
+        QCOMPARE(zl::scaleForHeight(height), factor);
+    }
+
+    void pixelSizesAreRewritten_data()
+    {
+        QTest::addColumn<double>("factor");
+        QTest::addColumn<QString>("in");
+        QTest::addColumn<QString>("out");
+        QTest::newRow("768: 10px to 8px, 1px stays") << 0.768 << "QLabel { font-size: 10px; border: 1px solid #0ff; }"
+                                                     << "QLabel { font-size: 8px; border: 1px solid #0ff; }";
+        QTest::newRow("several on a line") << 0.7 << "padding: 4px 10px;margin:-5px 0"
+                                           << "padding: 3px 7px;margin:-4px 0";
+        QTest::newRow("zero becomes one") << 0.9 << "height: 0px;"
+                                          << "height: 1px;";
+        QTest::newRow("no unit untouched") << 0.7 << "font-size: 13pt; width: 100"
+                                           << "font-size: 13pt; width: 100";
+        QTest::newRow("beyond int counts as 0") << 0.8 << "99999999999px x"
+                                                << "1px x";
+        QTest::newRow("text between kept") << 0.5 << "a10pxb20pxc"
+                                           << "a5pxb10pxc";
+        QTest::newRow("empty") << 0.5 << ""
+                               << "";
+    }
+
+    void pixelSizesAreRewritten()
+    {
+        QFETCH(double, factor);
+        QFETCH(QString, in);
+        QFETCH(QString, out);
+        QCOMPARE(zl::scalePixelSizes(in, factor), out);
+    }
+
+    void logFolderRules()
+    {
+        QTemporaryDir tmp;
+        // Started from a folder named "build": the log goes beside it.
+        QDir(tmp.path()).mkpath("tree/build");
+        QCOMPARE(zl::logFolder({}, tmp.filePath("tree/build")), tmp.filePath("tree/log"));
+        QVERIFY(QDir(tmp.filePath("tree/log")).exists());
+        // Anywhere else: below the program's folder.
+        QDir(tmp.path()).mkpath("opt/bin");
+        QCOMPARE(zl::logFolder({}, tmp.filePath("opt/bin")), tmp.filePath("opt/bin/log"));
+        // Only an exact "build" counts.
+        QDir(tmp.path()).mkpath("x/build-asan");
+        QCOMPARE(zl::logFolder({}, tmp.filePath("x/build-asan")), tmp.filePath("x/build-asan/log"));
+        // A configured folder is created and used as it is.
+        QCOMPARE(zl::logFolder(tmp.filePath("mine/logs"), tmp.filePath("opt/bin")), tmp.filePath("mine/logs"));
+        QVERIFY(QDir(tmp.filePath("mine/logs")).exists());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStyle)
+#include "tst_style.moc"

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// Runs a copy of the real zephyrlake binary in a private temporary tree, with its own
+// HOME and XDG folders and the offscreen platform. When the suite runs as root, the
+// program is started as the unprivileged user nobody (it refuses root by design),
+// and the tree is handed to that user.
+class ProgramSandbox {
+public:
+    // binDir: the folder, below the sandbox, the binary is copied into ("build", "bin").
+    explicit ProgramSandbox(const QString& binDir = QStringLiteral("bin"));
+    // The program as `cmake --install` lays it out, with the sandbox as the prefix.
+    static std::unique_ptr<ProgramSandbox> installed();
+    ~ProgramSandbox();
+
+    bool isValid() const { return valid; }
+    QString root() const { return dir.path(); }
+    QString binaryDir() const;
+    QString configFile() const;
+
+    void writeConfig(const QJsonObject& config);
+
+    // Starts the program; asRoot keeps the suite's own user (only meaningful as root).
+    QProcess* start(const QStringList& args = {}, bool asRoot = false);
+    QProcess* process() const { return proc.get(); }
+    // Ends the program if it still runs (SIGKILL) and waits for it.
+    void kill();
+
+    // The log files in a folder, by name.
+    static QStringList logFiles(const QString& folder);
+    // All files below the sandbox, relative paths, except the binary itself.
+    QStringList filesCreated() const;
+
+private:
+    void prepare();
+    void handOver(const QString& path) const;
+
+    QTemporaryDir dir;
+    QString bin;
+    bool valid = false;
+    std::unique_ptr<QProcess> proc;
+};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QTemporaryDir>
+
+// Points XDG_CONFIG_HOME, XDG_CACHE_HOME and HOME at a fresh temporary folder for the
+// life of the object, so that tests never touch the user's own configuration.
+// Create it before the first use of zl::Config::instance().
+class TempConfigHome {
+public:
+    TempConfigHome();
+    QString path() const { return dir.path(); }
+    // Where zl::Config keeps config.json under this home.
+    QString configFile() const;
+
+private:
+    QTemporaryDir dir;
+};
