@@ -12,6 +12,7 @@ libcodec2-dev libopus-dev libgsm1-dev libssl-dev libunicorn-dev
 libspdlog-dev libfmt-dev
 libbenchmark-dev
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps
+espeak-ng sox
 "
 
 missing=""
