@@ -268,7 +268,8 @@ void DmrPeerClient::sendOptions()
 
 void DmrPeerClient::onReadyRead()
 {
-    while (socket->hasPendingDatagrams()) {
+    // A datagram may end the link (final MSTNAK), which closes the socket under this loop.
+    while (socket->state() == QAbstractSocket::BoundState && socket->hasPendingDatagrams()) {
         QByteArray datagram(qMax<qint64>(socket->pendingDatagramSize(), 0), Qt::Uninitialized);
         const qint64 n = socket->readDatagram(datagram.data(), datagram.size());
         if (n < 0)

@@ -493,8 +493,9 @@ QList<MasterHost> masterHosts(const QString& group)
         return {{QStringLiteral("AmCom 3101"), QStringLiteral("3101"), QString()}};
 
     static const QHash<QString, QList<MasterHost>> table = [] {
-        QFile file(assetPath(QStringLiteral("DMR_Hosts.txt")));
-        if (!file.open(QIODevice::ReadOnly))
+        const QString path = assetPath(QStringLiteral("DMR_Hosts.txt"));
+        QFile file(path);
+        if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
             return QHash<QString, QList<MasterHost>>();
         return parseMasterHosts(file.readAll());
     }();

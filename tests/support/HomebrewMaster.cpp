@@ -52,6 +52,11 @@ void HomebrewMaster::sendToPeer(quint32 peerId, const QByteArray& datagram)
     socket.writeDatagram(datagram, p.address, p.port);
 }
 
+void HomebrewMaster::sendTo(quint16 localPort, const QByteArray& datagram)
+{
+    socket.writeDatagram(datagram, QHostAddress::LocalHost, localPort);
+}
+
 QList<HomebrewMaster::Datagram> HomebrewMaster::receivedWith(const QByteArray& tag) const
 {
     QList<Datagram> out;

@@ -47,6 +47,8 @@ public:
     void closePeer(quint32 peerId);
     // Any datagram to the address a peer last logged in from.
     void sendToPeer(quint32 peerId, const QByteArray& datagram);
+    // Any datagram to a local port, e.g. the one a recorded datagram came from.
+    void sendTo(quint16 localPort, const QByteArray& datagram);
 
     QList<Datagram> received() const { return log; }
     // Recorded datagrams starting with the tag ("RPTL", "RPTPING", ...). RPTC does not match RPTCL.
