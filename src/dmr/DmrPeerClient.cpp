@@ -1,5 +1,8 @@
 #include "DmrPeerClient.h"
 
+#include "dmr/DMRLC.h"
+#include "dmr/DmrdFrame.h"
+
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDebug>
@@ -9,6 +12,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 namespace zl::dmr {
 
@@ -22,11 +28,6 @@ constexpr int kSilenceMs = 30000;
 constexpr int kStreamEndMs = 1500;
 constexpr int kMaxRetryDelayMs = 30000;
 constexpr int kMaxAttempts = 3;
-
-quint32 readBe24(const char* p)
-{
-    return (quint32(quint8(p[0])) << 16) | (quint32(quint8(p[1])) << 8) | quint32(quint8(p[2]));
-}
 
 void appendBe32(QByteArray& out, quint32 value)
 {
@@ -149,6 +150,7 @@ void DmrPeerClient::fail(const QString& reason)
 void DmrPeerClient::giveUp(const QString& reason)
 {
     error = reason;
+    descriptor = -1;
     if (socket->state() != QAbstractSocket::UnconnectedState)
         socket->abort();
     clockTimer->stop();
@@ -191,6 +193,12 @@ void DmrPeerClient::onLookupResolved()
         fail(QStringLiteral("Bind failed: %1").arg(socket->errorString()));
         return;
     }
+    // The voice path writes from the vocoder thread straight to the kernel, bypassing the event loop.
+    masterSockAddr = {};
+    masterSockAddr.sin_family = AF_INET;
+    masterSockAddr.sin_port = htons(profile.port);
+    masterSockAddr.sin_addr.s_addr = htonl(masterAddress.toIPv4Address());
+    descriptor = int(socket->socketDescriptor());
     qInfo().noquote() << "DmrPeer" << profile.networkName << "resolved" << profile.host << "->"
                       << masterAddress.toString() << "peerId" << profile.peerId;
     lastPingMs = 0;
@@ -210,6 +218,7 @@ void DmrPeerClient::stop()
     retryTimer->stop();
     if (socket->state() != QAbstractSocket::UnconnectedState)
         socket->abort();
+    descriptor = -1;
     setState(Idle);
 }
 
@@ -418,26 +427,22 @@ void DmrPeerClient::onClock()
 
 void DmrPeerClient::onVoiceFrame(const QByteArray& dmrd)
 {
-    if (dmrd.size() < 20) {
+    const std::optional<DmrdHeader> header = parseDmrdHeader(dmrd);
+    if (!header) {
         deliver(dmrd);
         return;
     }
-    const quint8 flags = quint8(dmrd.at(15));
-    const bool dataSync = (flags & 0x30) == 0x20;
-    const int dataType = flags & 0x0F;
-    // Data bursts other than the voice LC header and terminator belong to a data call, not to voice.
-    if (dmrd.size() >= 53 && dataSync && dataType != 1 && dataType != 2)
-        return;
+    if (dmrd.size() >= kDmrdMinBurstSize && header->isDataCallBurst())
+        return; // bursts of a data call are not voice
 
     const qint64 t = now();
-    const quint32 streamId = qFromBigEndian<quint32>(dmrd.constData() + 16);
-    if (streamId != rxStreamId) {
+    if (header->streamId != rxStreamId) {
         if (rxStreamId != 0)
             emit rxStreamEnded(rxStreamId, t - rxStartMs);
-        rxStreamId = streamId;
+        rxStreamId = header->streamId;
         rxStartMs = t;
-        emit rxStreamHeard(readBe24(dmrd.constData() + 5), readBe24(dmrd.constData() + 8),
-                           uchar((flags & 0x80) ? 2 : 1), streamId, (flags & 0x40) != 0);
+        emit rxStreamHeard(header->srcId, header->dstId, uchar(header->slot()), header->streamId,
+                           header->privateCall());
     }
     rxLastFrameMs = t;
 
@@ -445,7 +450,7 @@ void DmrPeerClient::onVoiceFrame(const QByteArray& dmrd)
         deliver(dmrd);
         return;
     }
-    jitter.insert(streamId, quint8(dmrd.at(4)), dmrd, dataSync && dataType == 2, t);
+    jitter.insert(header->streamId, header->seq, dmrd, header->isTerminator(), t);
     updateJitterTimer();
 }
 
@@ -467,6 +472,38 @@ void DmrPeerClient::deliver(const QByteArray& dmrd)
 {
     emit voiceFrameForDecode(dmrd);
     emit dmrFrameReceived(dmrd);
+}
+
+bool DmrPeerClient::sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
+                                    bool privateCall)
+{
+    const QByteArray burst = buildLcBurst(srcId, dstId, profile.colorCode, DataType::VoiceLcHeader, privateCall);
+    return sendVoice({seq, srcId, dstId, profile.peerId, voiceHeaderFlags(slot, privateCall), streamId}, burst);
+}
+
+bool DmrPeerClient::sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
+                                   const QByteArray& payload33, bool privateCall)
+{
+    return sendVoice({seq, srcId, dstId, profile.peerId, voiceBurstFlags(slot, privateCall, voiceSeq), streamId},
+                     payload33);
+}
+
+bool DmrPeerClient::sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
+                                        bool privateCall)
+{
+    const QByteArray burst = buildLcBurst(srcId, dstId, profile.colorCode, DataType::TerminatorWithLc, privateCall);
+    return sendVoice({seq, srcId, dstId, profile.peerId, voiceTerminatorFlags(slot, privateCall), streamId}, burst);
+}
+
+bool DmrPeerClient::sendVoice(const DmrdHeader& header, const QByteArray& burst33)
+{
+    const int fd = descriptor;
+    if (currentState != Running || fd < 0)
+        return false;
+    const QByteArray frame = buildDmrd(header, burst33);
+    const ssize_t n = ::sendto(fd, frame.constData(), size_t(frame.size()), 0,
+                               reinterpret_cast<const sockaddr*>(&masterSockAddr), sizeof masterSockAddr);
+    return n == frame.size();
 }
 
 } // namespace zl::dmr

@@ -2,6 +2,8 @@
 
 #include "dmr/JitterBuffer.h"
 
+#include <netinet/in.h>
+
 #include <QByteArray>
 #include <QHostAddress>
 #include <QObject>
@@ -9,9 +11,12 @@
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <atomic>
 #include <functional>
 
 namespace zl::dmr {
+
+struct DmrdHeader;
 
 // One connection to one DMR master over the Homebrew (MMDVM) UDP protocol: login, keep-alive,
 // re-login on silence, retry after rejection, and received voice through a jitter buffer.
@@ -68,6 +73,14 @@ public:
     QString stateText() const;
     QString lastError() const { return error; }
 
+    // Voice out, called by the encoder on the vocoder thread: each builds one DMRD frame and
+    // writes it with sendto. Dropped (false) unless the peer is Running. slot is 1 or 2; seq counts
+    // the frames of the stream, voiceSeq the bursts A (0) to F (5) of a superframe.
+    bool sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
+    bool sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
+                        const QByteArray& payload33, bool privateCall);
+    bool sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
+
     // One received datagram, as the socket delivers it.
     void handleDatagram(const QByteArray& datagram);
 
@@ -112,14 +125,18 @@ private:
     void onVoiceFrame(const QByteArray& dmrd);
     void deliver(const QByteArray& dmrd);
     void updateJitterTimer();
+    bool sendVoice(const DmrdHeader& header, const QByteArray& burst33);
 
     Profile pendingProfile;
     Profile profile;
-    State currentState = Idle;
+    // State and descriptor are read by the voice path on the vocoder thread.
+    std::atomic<State> currentState{Idle};
     QString error;
 
     QUdpSocket* socket;
     QHostAddress masterAddress;
+    sockaddr_in masterSockAddr{};
+    std::atomic<int> descriptor{-1};
     QTimer* clockTimer;
     QTimer* jitterTimer;
     QTimer* retryTimer;

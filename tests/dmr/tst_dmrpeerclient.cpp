@@ -1,5 +1,6 @@
 #include "FastClock.h"
 #include "HomebrewMaster.h"
+#include "dmr/DMRLC.h"
 #include "dmr/DmrPeerClient.h"
 
 #include <QRandomGenerator>
@@ -507,6 +508,68 @@ private slots:
         QTRY_COMPARE(frames.count(), 1);
         QCOMPARE(heard.count(), 1);
         QCOMPARE(heard.constFirst().at(3).toUInt(), 9u);
+    }
+
+    void voiceFramesGoToTheOtherPeers()
+    {
+        constexpr quint32 kListenerId = 240000002;
+        Rig rig(1);
+        QVERIFY(!rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false)); // not logged in yet
+        QVERIFY(rig.login());
+
+        rig.master.addPeer(kListenerId, kPassword);
+        DmrPeerClient listener;
+        DmrPeerClient::Profile p = rig.profile;
+        p.peerId = kListenerId;
+        p.rxJitterMs = 0;
+        listener.setProfile(p);
+        QSignalSpy heard(&listener, &DmrPeerClient::dmrFrameReceived);
+        listener.start();
+        QTRY_COMPARE(listener.state(), DmrPeerClient::Running);
+
+        const QByteArray voice(33, char(0x5a));
+        QVERIFY(rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false));
+        QVERIFY(rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 1, 0, voice, false));
+        QVERIFY(rig.client.sendVoiceBurst(1, 2400000, 2400001, 0xabcd, 2, 3, voice, true));
+        QVERIFY(rig.client.sendVoiceTerminator(1, 2400000, 2400001, 0xabcd, 3, true));
+        QTRY_COMPARE(heard.count(), 4);
+
+        const QList<HomebrewMaster::Datagram> sent = rig.master.receivedWith("DMRD");
+        QCOMPARE(sent.size(), 4);
+        const QByteArray expectedFlags("\xA1\x90\x43\x62", 4);
+        for (int i = 0; i < 4; ++i) {
+            const QByteArray out = sent.at(i).data;
+            const QByteArray in = heard.at(i).at(0).toByteArray();
+            QCOMPARE(out.size(), 55);
+            QCOMPARE(int(quint8(out.at(4))), i);
+            QCOMPARE(out.mid(5, 3), be24(2400000));
+            QCOMPARE(out.mid(11, 4), be32(kPeerId));
+            QCOMPARE(out.at(15), expectedFlags.at(i));
+            QCOMPARE(out.mid(16, 4), be32(0xabcd));
+            QCOMPARE(out.right(2), QByteArray(2, '\0'));
+            // The master hands the frame on unchanged but for the receiver's peer-ID.
+            QCOMPARE(in.mid(11, 4), be32(kListenerId));
+            QCOMPARE(in.left(11) + in.mid(15), out.left(11) + out.mid(15));
+        }
+        QCOMPARE(sent.at(1).data.mid(20, 33), voice);
+        QCOMPARE(sent.at(2).data.mid(8, 3), be24(2400001));
+
+        // Header and terminator carry the link control with the base-station data sync.
+        for (int i : {0, 3}) {
+            const QByteArray burst = sent.at(i).data.mid(20, 33);
+            QCOMPARE(quint8(burst.at(13)) & 0x0F, 0x0D);
+            QCOMPARE(burst.mid(14, 5), QByteArray("\xFF\x57\xD7\x5D\xF5"));
+            QCOMPARE(quint8(burst.at(19)) >> 4, 0x0D);
+            const auto lc = zl::dmr::fullLcDecode(reinterpret_cast<const uint8_t*>(burst.constData()), i == 0 ? 1 : 2);
+            QVERIFY(lc.has_value());
+            QCOMPARE(lc->srcId, 2400000u);
+            QCOMPARE(lc->dstId, i == 0 ? 91u : 2400001u);
+            QCOMPARE(int(lc->FLCO), i == 0 ? 0 : 3);
+        }
+
+        rig.client.stop();
+        QVERIFY(!rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 4, 1, voice, false));
+        listener.stop();
     }
 };
 
