@@ -119,6 +119,7 @@ private slots:
         const auto box = ProgramSandbox::installed();
         QVERIFY(box->isValid());
         QVERIFY(QFile::exists(box->root() + "/share/zephyrlake/style.qss"));
+        QVERIFY(QFile::exists(box->root() + "/share/zephyrlake/DMR_Hosts.txt"));
         const QString logDir = box->root() + "/logs";
         box->writeConfig(QJsonObject{{"general", QJsonObject{{"log_dir", logDir}}}});
         QProcess* p = box->start();

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+namespace zl::dmr {
+
+// Bit n of a byte buffer, counted from the most significant bit of byte 0, the order bits take on the air.
+inline bool readBit(const uint8_t* bytes, int n)
+{
+    return ((bytes[n >> 3] >> (7 - (n & 7))) & 1U) != 0;
+}
+
+inline void writeBit(uint8_t* bytes, int n, bool value)
+{
+    const auto mask = uint8_t(0x80U >> (n & 7));
+    if (value)
+        bytes[n >> 3] |= mask;
+    else
+        bytes[n >> 3] &= uint8_t(~mask);
+}
+
+} // namespace zl::dmr

@@ -1,0 +1,159 @@
+#pragma once
+
+#include "dmr/JitterBuffer.h"
+
+#include <netinet/in.h>
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+#include <QUdpSocket>
+
+#include <atomic>
+#include <functional>
+
+namespace zl::dmr {
+
+struct DmrdHeader;
+
+// One connection to one DMR master over the Homebrew (MMDVM) UDP protocol: login, keep-alive,
+// re-login on silence, retry after rejection, and received voice through a jitter buffer.
+class DmrPeerClient : public QObject {
+    Q_OBJECT
+
+public:
+    enum State {
+        Idle = 0,
+        Resolving = 1,
+        WaitingLogin = 2,
+        WaitingAuth = 3,
+        WaitingConfig = 4,
+        Running = 5,
+        Closing = 6,
+        Failed = 7,
+    };
+    Q_ENUM(State)
+
+    // The settings a client runs with, filled from a stored peer by profileFor().
+    struct Profile {
+        QString label;
+        QString networkName;
+        QString host;
+        quint16 port = 62031;
+        quint32 peerId = 0;
+        QString callsign;
+        QString password;
+        QString options;
+        quint32 rxFreq = 433000000;
+        quint32 txFreq = 433000000;
+        quint8 power = 1;
+        quint8 colorCode = 1;
+        int rxJitterMs = 120;
+        bool duplex = false;
+        quint32 ts1Tg = 0;
+        quint32 ts2Tg = 0;
+        float latitude = 0.0f;
+        float longitude = 0.0f;
+        quint16 height = 0;
+        QString locationName;
+        QString description;
+        QString url;
+        QString versionString;
+        QString softwareName;
+    };
+
+    explicit DmrPeerClient(QObject* parent = nullptr);
+    ~DmrPeerClient() override;
+
+    // Takes effect at the next start().
+    void setProfile(const Profile& profile) { pendingProfile = profile; }
+    State state() const { return currentState; }
+    QString stateText() const;
+    QString lastError() const { return error; }
+
+    // Voice out, called by the encoder on the vocoder thread: each builds one DMRD frame and
+    // writes it with sendto. Dropped (false) unless the peer is Running. slot is 1 or 2; seq counts
+    // the frames of the stream, voiceSeq the bursts A (0) to F (5) of a superframe.
+    bool sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
+    bool sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
+                        const QByteArray& payload33, bool privateCall);
+    bool sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
+
+    // One received datagram, as the socket delivers it.
+    void handleDatagram(const QByteArray& datagram);
+
+    // Test seam: a replacement clock and a factor by which all timer intervals shrink, so that
+    // the 4 s, 5 s and 30 s rules can be exercised in a fraction of the time.
+    void setClockForTests(std::function<qint64()> now, int speedup);
+
+public slots:
+    void start();
+    void stop();
+
+signals:
+    void stateChanged(zl::dmr::DmrPeerClient::State s);
+    void errorReported(const QString& reason);
+    void dmrFrameReceived(const QByteArray& dmrd);
+    void rxStreamHeard(uint srcId, uint dstId, uchar slot, uint streamId, bool privateCall);
+    void rxStreamEnded(uint streamId, qlonglong durationMs);
+    // The same frames as dmrFrameReceived, always emitted just before it.
+    void voiceFrameForDecode(const QByteArray& dmrd);
+
+private slots:
+    void onLookupResolved();
+    void onReadyRead();
+    void onClock();
+    void onJitterTick();
+    void onRetryTimer();
+
+private:
+    qint64 now() const;
+    int scaled(int intervalMs) const;
+    void setState(State s);
+    void fail(const QString& reason);
+    void giveUp(const QString& reason);
+    bool sendControl(const QByteArray& datagram);
+    QByteArray withPeerId(const char* tag) const;
+    void sendLogin();
+    void sendAuth();
+    void sendConfig();
+    void sendOptions();
+    void onAck(const QByteArray& datagram);
+    void onNak();
+    void onVoiceFrame(const QByteArray& dmrd);
+    void deliver(const QByteArray& dmrd);
+    void updateJitterTimer();
+    bool sendVoice(const DmrdHeader& header, const QByteArray& burst33);
+
+    Profile pendingProfile;
+    Profile profile;
+    // State and descriptor are read by the voice path on the vocoder thread.
+    std::atomic<State> currentState{Idle};
+    QString error;
+
+    QUdpSocket* socket;
+    QHostAddress masterAddress;
+    sockaddr_in masterSockAddr{};
+    std::atomic<int> descriptor{-1};
+    QTimer* clockTimer;
+    QTimer* jitterTimer;
+    QTimer* retryTimer;
+
+    QByteArray salt;
+    qint64 lastRxMs = 0;
+    qint64 lastPingMs = 0;
+    int retryDelayMs = 1000;
+    int attempts = 0;
+
+    quint32 rxStreamId = 0;
+    qint64 rxStartMs = 0;
+    qint64 rxLastFrameMs = 0;
+    JitterBuffer jitter;
+
+    std::function<qint64()> clock;
+    int speedup = 1;
+};
+
+} // namespace zl::dmr

@@ -1,0 +1,577 @@
+#include "FastClock.h"
+#include "HomebrewMaster.h"
+#include "dmr/DMRLC.h"
+#include "dmr/DmrPeerClient.h"
+
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTest>
+#include <QtEndian>
+
+#include <memory>
+
+using zl::dmr::DmrPeerClient;
+
+namespace {
+
+constexpr quint32 kPeerId = 240000001;
+const QString kPassword = QStringLiteral("s3cret");
+
+QByteArray be32(quint32 v)
+{
+    char b[4];
+    qToBigEndian(v, b);
+    return QByteArray(b, 4);
+}
+
+QByteArray be24(quint32 v)
+{
+    return be32(v).mid(1);
+}
+
+// A 55-byte DMRD datagram as a master sends it.
+QByteArray dmrd(quint8 seq, quint32 stream, quint8 flags = 0x00, quint32 src = 2400000, quint32 dst = 91)
+{
+    QByteArray d("DMRD");
+    d.append(char(seq));
+    d.append(be24(src));
+    d.append(be24(dst));
+    d.append(be32(kPeerId));
+    d.append(char(flags));
+    d.append(be32(stream));
+    d.append(33, char(seq));
+    d.append(2, '\0');
+    return d;
+}
+
+// One client against one loopback master, both on a clock `speedup` times faster than real time.
+struct Rig {
+    explicit Rig(int speedup, const std::function<void(DmrPeerClient::Profile&)>& tweak = {}) : clock(speedup)
+    {
+        const bool ok = master.listen();
+        Q_ASSERT(ok);
+        master.addPeer(kPeerId, kPassword);
+        master.setClock([this] { return clock.now(); });
+        client.setClockForTests([this] { return clock.now(); }, speedup);
+        profile.label = QStringLiteral("test");
+        profile.networkName = QStringLiteral("Test");
+        profile.host = QStringLiteral("127.0.0.1");
+        profile.port = master.port();
+        profile.peerId = kPeerId;
+        profile.callsign = QStringLiteral("XX0ABC");
+        profile.password = kPassword;
+        if (tweak)
+            tweak(profile);
+        client.setProfile(profile);
+    }
+
+    bool login()
+    {
+        client.start();
+        return QTest::qWaitFor([&] { return client.state() == DmrPeerClient::Running; }, 5000) &&
+               master.isLoggedIn(kPeerId);
+    }
+
+    // The client's port, from what it sent.
+    quint16 clientPort() const { return master.received().constFirst().fromPort; }
+
+    FastClock clock;
+    HomebrewMaster master;
+    DmrPeerClient client;
+    DmrPeerClient::Profile profile;
+};
+
+QList<DmrPeerClient::State> states(const QSignalSpy& spy)
+{
+    QList<DmrPeerClient::State> out;
+    for (const QList<QVariant>& args : spy)
+        out.append(args.at(0).value<DmrPeerClient::State>());
+    return out;
+}
+
+// Gaps between the arrival times of consecutive datagrams, in protocol milliseconds.
+QList<qint64> gaps(const QList<HomebrewMaster::Datagram>& list)
+{
+    QList<qint64> out;
+    for (qsizetype i = 1; i < list.size(); ++i)
+        out.append(list.at(i).ms - list.at(i - 1).ms);
+    return out;
+}
+
+} // namespace
+
+class TestDmrPeerClient : public QObject {
+    Q_OBJECT
+
+private slots:
+    void loginHandshakeReachesRunning()
+    {
+        Rig rig(1);
+        QSignalSpy changes(&rig.client, &DmrPeerClient::stateChanged);
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test resolved 127.0.0.1 -> 127.0.0.1 peerId 240000001");
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test logged in");
+        QVERIFY(rig.login());
+        QCOMPARE(states(changes), (QList<DmrPeerClient::State>{DmrPeerClient::Resolving, DmrPeerClient::WaitingLogin,
+                                                               DmrPeerClient::WaitingAuth, DmrPeerClient::WaitingConfig,
+                                                               DmrPeerClient::Running}));
+        QCOMPARE(rig.client.stateText(), QString("connected"));
+        const QList<HomebrewMaster::Datagram> got = rig.master.received();
+        QCOMPARE(got.at(0).data, QByteArray("RPTL") + be32(kPeerId));
+        QCOMPARE(got.at(1).data.size(), 40);
+        QCOMPARE(got.at(2).data.size(), 302);
+    }
+
+    void optionsGoOutAfterConfig()
+    {
+        Rig rig(1, [](DmrPeerClient::Profile& p) { p.options = QStringLiteral("TS2=91;DIAL=0"); });
+        rig.client.start();
+        QTRY_COMPARE(rig.master.optionsOf(kPeerId), QByteArray("TS2=91;DIAL=0"));
+        QCOMPARE(rig.client.state(), DmrPeerClient::WaitingConfig);
+        const QByteArray rpto = rig.master.receivedWith("RPTO").constFirst().data;
+        QCOMPARE(rpto, QByteArray("RPTO") + be32(kPeerId) + "TS2=91;DIAL=0");
+        rig.client.stop();
+    }
+
+    void wrongPasswordRetriesTwiceThenStops()
+    {
+        Rig rig(10, [](DmrPeerClient::Profile& p) { p.password = QStringLiteral("wrong"); });
+        QSignalSpy changes(&rig.client, &DmrPeerClient::stateChanged);
+        QSignalSpy errors(&rig.client, &DmrPeerClient::errorReported);
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("^DmrPeer Test (resolved|retry after|MSTNAK|giving up)"));
+        rig.client.start();
+        QTRY_COMPARE_WITH_TIMEOUT(errors.count(), 3, 10000);
+        const QString finalText = "rejected: wrong password / API key — stopped after 3 attempts. Fix credentials "
+                                  "and toggle the peer off/on to retry.";
+        QCOMPARE(errors.at(0).at(0).toString(), QString("rejected: wrong password / API key"));
+        QCOMPARE(errors.at(1).at(0).toString(), QString("rejected: wrong password / API key"));
+        QCOMPARE(errors.at(2).at(0).toString(), finalText);
+        QCOMPARE(rig.client.stateText(), finalText);
+        QCOMPARE(states(changes).count(DmrPeerClient::Failed), 3);
+
+        const QList<HomebrewMaster::Datagram> logins = rig.master.receivedWith("RPTL");
+        QCOMPARE(logins.size(), 3);
+        const QList<qint64> g = gaps(logins);
+        QVERIFY2(qAbs(g.at(0) - 2000) < 300, qPrintable(QString::number(g.at(0))));
+        QVERIFY2(qAbs(g.at(1) - 4000) < 300, qPrintable(QString::number(g.at(1))));
+        // Final: nothing more goes out.
+        QVERIFY(!QTest::qWaitFor([&] { return rig.master.receivedWith("RPTL").size() > 3; }, 1000));
+        QCOMPARE(rig.client.state(), DmrPeerClient::Failed);
+
+        // The user fixes the password and toggles the peer: a fresh login works.
+        rig.profile.password = kPassword;
+        rig.client.setProfile(rig.profile);
+        rig.client.stop();
+        QVERIFY(rig.login());
+    }
+
+    void goodLoginResetsTheAttemptCount()
+    {
+        Rig rig(1);
+        QVERIFY(rig.login());
+        // Let the first keep-alive be answered, so that no MSTNAK to a ping crosses the new login.
+        QTRY_COMPARE(rig.master.receivedWith("RPTPING").size(), 1);
+        // The master's password changes: one rejection, then it is changed back.
+        rig.master.addPeer(kPeerId, QStringLiteral("changed"));
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test MSTNAK — rejected: wrong password / API key (attempt 1 of 3)");
+        rig.master.closePeer(kPeerId);
+        QTRY_COMPARE(rig.client.state(), DmrPeerClient::Failed);
+        rig.master.addPeer(kPeerId, kPassword);
+        QTRY_COMPARE_WITH_TIMEOUT(rig.client.state(), DmrPeerClient::Running, 5000);
+        rig.master.addPeer(kPeerId, QStringLiteral("changed"));
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test MSTNAK — rejected: wrong password / API key (attempt 1 of 3)");
+        rig.master.closePeer(kPeerId);
+        QTRY_COMPARE(rig.client.state(), DmrPeerClient::Failed);
+    }
+
+    void silentMasterFailsAfterThreeLogins()
+    {
+        Rig rig(10);
+        rig.master.setSilent(true);
+        QSignalSpy errors(&rig.client, &DmrPeerClient::errorReported);
+        qint64 failedAt = 0;
+        connect(&rig.client, &DmrPeerClient::errorReported, this, [&] { failedAt = rig.clock.now(); });
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("^DmrPeer Test (resolved|no response|—)"));
+        rig.client.start();
+        QTRY_COMPARE_WITH_TIMEOUT(errors.count(), 1, 5000);
+        QCOMPARE(errors.at(0).at(0).toString(),
+                 QString("master not responding (no reply after 3 login attempts). Verify host:port and that the "
+                         "master is online. Toggle off/on to retry."));
+        const QList<HomebrewMaster::Datagram> logins = rig.master.receivedWith("RPTL");
+        QCOMPARE(logins.size(), 3);
+        for (qint64 gap : gaps(logins))
+            QVERIFY2(qAbs(gap - 4000) < 400, qPrintable(QString::number(gap)));
+        const qint64 total = failedAt - logins.constFirst().ms;
+        QVERIFY2(qAbs(total - 12000) < 500, qPrintable(QString::number(total)));
+        QCOMPARE(rig.master.received().size(), 3);
+    }
+
+    void pingsEveryFiveSecondsAndReloginAfterSilence()
+    {
+        Rig rig(10);
+        QVERIFY(rig.login());
+        QTRY_VERIFY_WITH_TIMEOUT(rig.master.receivedWith("RPTPING").size() >= 4, 5000);
+        const QList<HomebrewMaster::Datagram> pings = rig.master.receivedWith("RPTPING");
+        QCOMPARE(pings.constFirst().data, QByteArray("RPTPING") + be32(kPeerId));
+        for (qint64 gap : gaps(pings))
+            QVERIFY2(qAbs(gap - 5000) < 300, qPrintable(QString::number(gap)));
+        QCOMPARE(rig.master.receivedWith("RPTL").size(), 1); // answered pings keep the link
+
+        // The master stops answering: after 30 s without anything the client logs in again.
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("^DmrPeer Test no rx for 3[01] s — re-login$"));
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("^DmrPeer Test no response"));
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test logged in");
+        const qint64 silentFrom = rig.clock.now();
+        rig.master.setSilent(true);
+        QTRY_COMPARE_WITH_TIMEOUT(rig.master.receivedWith("RPTL").size(), 2, 6000);
+        const qint64 relogin = rig.master.receivedWith("RPTL").constLast().ms - silentFrom;
+        QVERIFY2(relogin > 24500 && relogin < 30500, qPrintable(QString::number(relogin)));
+        rig.master.setSilent(false);
+        QTRY_COMPARE_WITH_TIMEOUT(rig.client.state(), DmrPeerClient::Running, 5000);
+        QVERIFY(rig.master.isLoggedIn(kPeerId));
+        // Still usable: voice from the master reaches the client.
+        QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
+        rig.master.sendToPeer(kPeerId, dmrd(0, 77, 0x21 | 0x00));
+        rig.master.sendToPeer(kPeerId, dmrd(1, 77, 0x22));
+        QTRY_COMPARE(frames.count(), 2);
+    }
+
+    void masterCloseLogsInAgain()
+    {
+        Rig rig(1);
+        QVERIFY(rig.login());
+        QSignalSpy changes(&rig.client, &DmrPeerClient::stateChanged);
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test master closing");
+        rig.master.closePeer(kPeerId);
+        QTRY_COMPARE(rig.master.receivedWith("RPTL").size(), 2);
+        QTRY_COMPARE(rig.client.state(), DmrPeerClient::Running);
+        QCOMPARE(states(changes).constFirst(), DmrPeerClient::WaitingLogin);
+        QVERIFY(rig.master.isLoggedIn(kPeerId));
+    }
+
+    void stopSendsRptclLast()
+    {
+        Rig rig(1);
+        QVERIFY(rig.login());
+        QTest::ignoreMessage(QtInfoMsg, "DmrPeer Test DISCONNECT (sending RPTCL goodbye)");
+        rig.client.stop();
+        QCOMPARE(rig.client.state(), DmrPeerClient::Idle);
+        QTRY_COMPARE(rig.master.received().constLast().data, QByteArray("RPTCL") + be32(kPeerId));
+        const qsizetype count = rig.master.received().size();
+        QVERIFY(!QTest::qWaitFor([&] { return rig.master.received().size() > count; }, 500));
+        QVERIFY(!rig.master.isLoggedIn(kPeerId));
+    }
+
+    void incompleteProfileNeverSends_data()
+    {
+        QTest::addColumn<quint32>("peerId");
+        QTest::addColumn<QString>("host");
+        QTest::newRow("peer-ID 0") << 0u << "127.0.0.1";
+        QTest::newRow("no host") << kPeerId << "";
+    }
+
+    void incompleteProfileNeverSends()
+    {
+        QFETCH(quint32, peerId);
+        QFETCH(QString, host);
+        Rig rig(1, [&](DmrPeerClient::Profile& p) {
+            p.peerId = peerId;
+            p.host = host;
+        });
+        QSignalSpy errors(&rig.client, &DmrPeerClient::errorReported);
+        rig.client.start();
+        QCOMPARE(rig.client.state(), DmrPeerClient::Failed);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(rig.client.stateText(), QString("missing host or peerId in profile"));
+        QVERIFY(!QTest::qWaitFor([&] { return !rig.master.received().isEmpty(); }, 300));
+        rig.client.stop();
+        QCOMPARE(rig.client.state(), DmrPeerClient::Idle);
+    }
+
+    void configurationBytes_data()
+    {
+        QTest::addColumn<DmrPeerClient::Profile>("profile");
+        QTest::addColumn<QByteArray>("expected");
+
+        DmrPeerClient::Profile a;
+        a.callsign = "XX0ABC";
+        a.rxFreq = 438500000;
+        a.txFreq = 430900000;
+        a.power = 5;
+        a.colorCode = 1;
+        a.latitude = 59.3293f;
+        a.longitude = 18.0686f;
+        a.height = 123;
+        a.locationName = "Stockholm";
+        a.description = "hotspot";
+        a.url = "https://example.org";
+        a.versionString = "20240101";
+        a.softwareName = "zephyrlake";
+        QTest::newRow("simplex") << a
+                                 << QByteArray("XX0ABC  438500000430900000"
+                                               "0501+59.3293+018.0686000"
+                                               "Stockholm           hotspot            4") +
+                                        "https://example.org" + QByteArray(105, ' ') + "20240101" +
+                                        QByteArray(32, ' ') + "zephyrlake" + QByteArray(30, ' ');
+
+        DmrPeerClient::Profile b;
+        b.callsign = "ABCDEFGHIJ";
+        b.rxFreq = 145000000;
+        b.txFreq = 1234567890;
+        b.power = 150;
+        b.colorCode = 12;
+        b.latitude = -33.8688f;
+        b.longitude = -151.2093f;
+        b.locationName = "A location name longer than twenty";
+        b.description = "exactly nineteen ch";
+        b.duplex = true;
+        b.ts1Tg = 1;
+        b.ts2Tg = 4000;
+        b.url = QString(130, 'u');
+        QTest::newRow("cut and clamped") << b
+                                         << QByteArray("ABCDEFGH145000000123456789"
+                                                       "9912-33.8688-151.2093000"
+                                                       "A location name long"
+                                                       "exactly nineteen ch"
+                                                       "1") +
+                                                QByteArray(124, 'u') + QByteArray(80, ' ');
+
+        DmrPeerClient::Profile c;
+        c.duplex = true;
+        c.ts1Tg = 0;
+        c.ts2Tg = 91;
+        const QByteArray zeroHead("        433000000433000000"
+                                  "0101+00.0000+000.0000000");
+        QTest::newRow("zero, slot 2") << c << zeroHead + QByteArray(39, ' ') + "2" + QByteArray(204, ' ');
+        c.ts1Tg = 9;
+        QTest::newRow("both slots") << c << zeroHead + QByteArray(39, ' ') + "3" + QByteArray(204, ' ');
+        c.ts1Tg = 4000;
+        c.ts2Tg = 0;
+        QTest::newRow("no slot") << c << zeroHead + QByteArray(39, ' ') + "0" + QByteArray(204, ' ');
+    }
+
+    void configurationBytes()
+    {
+        QFETCH(DmrPeerClient::Profile, profile);
+        QFETCH(QByteArray, expected);
+        Rig rig(1, [&](DmrPeerClient::Profile& p) {
+            profile.host = p.host;
+            profile.port = p.port;
+            profile.peerId = p.peerId;
+            profile.password = p.password;
+            profile.networkName = p.networkName;
+            p = profile;
+        });
+        QVERIFY(rig.login());
+        const QByteArray rptc = rig.master.configOf(kPeerId);
+        QCOMPARE(rptc.size(), 302);
+        QCOMPARE(rptc.left(8), QByteArray("RPTC") + be32(kPeerId));
+        QCOMPARE(rptc.mid(8), expected);
+    }
+
+    void shortSaltDoesNotAdvance()
+    {
+        Rig rig(1);
+        rig.master.setSilent(true);
+        rig.client.start();
+        QTRY_COMPARE(rig.master.received().size(), 1);
+        QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
+        for (int n = 0; n <= 9; ++n)
+            rig.master.sendTo(rig.clientPort(), QByteArray("RPTACK\1\2\3").left(n));
+        rig.master.sendTo(rig.clientPort(), dmrd(0, 5).left(12)); // marker: delivered unprocessed
+        QTRY_COMPARE(frames.count(), 1);
+        QCOMPARE(rig.client.state(), DmrPeerClient::WaitingLogin);
+        QCOMPARE(rig.master.received().size(), 1);
+        rig.master.sendTo(rig.clientPort(), QByteArray("RPTACK\1\2\3\4"));
+        QTRY_COMPARE(rig.client.state(), DmrPeerClient::WaitingAuth);
+        QTRY_COMPARE(rig.master.receivedWith("RPTK").size(), 1);
+    }
+
+    void malformedDatagramsChangeNothing()
+    {
+        Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
+        QVERIFY(rig.login());
+        QSignalSpy changes(&rig.client, &DmrPeerClient::stateChanged);
+        QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
+        QRandomGenerator random(1234);
+        const QList<QByteArray> prefixes{"DMRD", "RPTACK", "MSTPONG", "MSTNAK",  "MSTCL", "RPTL",
+                                         "RPTK", "RPTC",   "RPTO",    "RPTPING", "RPTCL", ""};
+        int sent = 0;
+        quint32 marker = 0xfeed0000;
+        for (const QByteArray& prefix : prefixes) {
+            for (int n = 0; n <= 60; ++n) {
+                // A complete MSTNAK or MSTCL is a valid message, not bad input.
+                if ((prefix == "MSTNAK" || prefix == "MSTCL") && n >= prefix.size())
+                    continue;
+                QByteArray d = prefix.left(n);
+                while (d.size() < n)
+                    d.append(char(random.bounded(256)));
+                if (prefix.isEmpty() && n > 0)
+                    d[0] = 'x'; // random bytes that spell no known tag
+                rig.master.sendToPeer(kPeerId, d);
+                ++sent;
+            }
+            // A good frame behind each batch shows that the batch was read (and keeps the
+            // socket's receive buffer from overflowing).
+            const QByteArray good = dmrd(9, ++marker);
+            rig.master.sendToPeer(kPeerId, good);
+            QTRY_VERIFY(!frames.isEmpty() && frames.constLast().at(0).toByteArray() == good);
+        }
+        QVERIFY(sent > 600);
+        QCOMPARE(states(changes), QList<DmrPeerClient::State>());
+        QCOMPARE(rig.client.state(), DmrPeerClient::Running);
+    }
+
+    void streamWithoutTerminatorEndsAfter1500Ms()
+    {
+        Rig rig(5);
+        QVERIFY(rig.login());
+        QSignalSpy heard(&rig.client, &DmrPeerClient::rxStreamHeard);
+        QSignalSpy ended(&rig.client, &DmrPeerClient::rxStreamEnded);
+        QStringList order;
+        QList<int> seqs;
+        connect(&rig.client, &DmrPeerClient::voiceFrameForDecode, this, [&] { order.append("decode"); });
+        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this, [&](const QByteArray& d) {
+            order.append("frame");
+            seqs.append(quint8(d.at(4)));
+        });
+        qint64 endedAt = 0;
+        connect(&rig.client, &DmrPeerClient::rxStreamEnded, this, [&] { endedAt = rig.clock.now(); });
+
+        const quint8 header = 0x80 | 0x40 | 0x20 | 0x01; // slot 2, private, voice LC header
+        const qint64 first = rig.clock.now();
+        rig.master.sendToPeer(kPeerId, dmrd(0, 0x1234, header, 2400000, 2400001));
+        QTRY_COMPARE(seqs.size(), 1);
+        const qint64 last = rig.clock.now();
+        rig.master.sendToPeer(kPeerId, dmrd(2, 0x1234, 0x82));
+        rig.master.sendToPeer(kPeerId, dmrd(1, 0x1234, 0x91));
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 3000);
+        QCOMPARE(seqs, (QList<int>{0, 1, 2}));
+        QCOMPARE(order, (QStringList{"decode", "frame", "decode", "frame", "decode", "frame"}));
+
+        QCOMPARE(heard.count(), 1);
+        const QList<QVariant> h = heard.constFirst();
+        QCOMPARE(h.at(0).toUInt(), 2400000u);
+        QCOMPARE(h.at(1).toUInt(), 2400001u);
+        QCOMPARE(h.at(2).value<uchar>(), uchar(2));
+        QCOMPARE(h.at(3).toUInt(), 0x1234u);
+        QCOMPARE(h.at(4).toBool(), true);
+
+        QCOMPARE(ended.constFirst().at(0).toUInt(), 0x1234u);
+        const qint64 duration = ended.constFirst().at(1).toLongLong();
+        const qint64 slack = 40 * rig.clock.factor();
+        QVERIFY2(qAbs(duration - (last - first)) <= slack, qPrintable(QString::number(duration)));
+        const qint64 quiet = endedAt - (first + duration);
+        QVERIFY2(quiet >= 1500 && quiet <= 1700 + slack, qPrintable(QString::number(quiet)));
+    }
+
+    void newStreamEndsTheOldOneAtOnce()
+    {
+        Rig rig(1);
+        QVERIFY(rig.login());
+        QList<QString> events;
+        connect(&rig.client, &DmrPeerClient::rxStreamHeard, this,
+                [&](uint, uint, uchar, uint stream) { events.append(QString("heard %1").arg(stream)); });
+        connect(&rig.client, &DmrPeerClient::rxStreamEnded, this,
+                [&](uint stream) { events.append(QString("ended %1").arg(stream)); });
+        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this, [&](const QByteArray& d) {
+            events.append(QString("frame %1/%2").arg(qFromBigEndian<quint32>(d.constData() + 16)).arg(int(d.at(4))));
+        });
+        rig.master.sendToPeer(kPeerId, dmrd(0, 1));
+        rig.master.sendToPeer(kPeerId, dmrd(1, 1));
+        rig.master.sendToPeer(kPeerId, dmrd(0, 2));
+        QTRY_COMPARE(events.size(), 6);
+        QCOMPARE(events, (QList<QString>{"heard 1", "ended 1", "heard 2", "frame 1/0", "frame 1/1", "frame 2/0"}));
+    }
+
+    void zeroJitterPassesFramesStraightOn()
+    {
+        Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
+        QVERIFY(rig.login());
+        QList<int> seqs;
+        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this,
+                [&](const QByteArray& d) { seqs.append(d.at(4)); });
+        for (quint8 s : {2, 0, 1})
+            rig.master.sendToPeer(kPeerId, dmrd(s, 3));
+        QTRY_COMPARE(seqs, (QList<int>{2, 0, 1}));
+    }
+
+    void dataBurstsStayOffTheVoicePath()
+    {
+        Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
+        QVERIFY(rig.login());
+        QSignalSpy heard(&rig.client, &DmrPeerClient::rxStreamHeard);
+        QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
+        rig.master.sendToPeer(kPeerId, dmrd(0, 8, 0x26)); // data header
+        rig.master.sendToPeer(kPeerId, dmrd(1, 8, 0x27)); // rate 1/2 data
+        rig.master.sendToPeer(kPeerId, dmrd(0, 9, 0x21)); // voice header: marker
+        QTRY_COMPARE(frames.count(), 1);
+        QCOMPARE(heard.count(), 1);
+        QCOMPARE(heard.constFirst().at(3).toUInt(), 9u);
+    }
+
+    void voiceFramesGoToTheOtherPeers()
+    {
+        constexpr quint32 kListenerId = 240000002;
+        Rig rig(1);
+        QVERIFY(!rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false)); // not logged in yet
+        QVERIFY(rig.login());
+
+        rig.master.addPeer(kListenerId, kPassword);
+        DmrPeerClient listener;
+        DmrPeerClient::Profile p = rig.profile;
+        p.peerId = kListenerId;
+        p.rxJitterMs = 0;
+        listener.setProfile(p);
+        QSignalSpy heard(&listener, &DmrPeerClient::dmrFrameReceived);
+        listener.start();
+        QTRY_COMPARE(listener.state(), DmrPeerClient::Running);
+
+        const QByteArray voice(33, char(0x5a));
+        QVERIFY(rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false));
+        QVERIFY(rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 1, 0, voice, false));
+        QVERIFY(rig.client.sendVoiceBurst(1, 2400000, 2400001, 0xabcd, 2, 3, voice, true));
+        QVERIFY(rig.client.sendVoiceTerminator(1, 2400000, 2400001, 0xabcd, 3, true));
+        QTRY_COMPARE(heard.count(), 4);
+
+        const QList<HomebrewMaster::Datagram> sent = rig.master.receivedWith("DMRD");
+        QCOMPARE(sent.size(), 4);
+        const QByteArray expectedFlags("\xA1\x90\x43\x62", 4);
+        for (int i = 0; i < 4; ++i) {
+            const QByteArray out = sent.at(i).data;
+            const QByteArray in = heard.at(i).at(0).toByteArray();
+            QCOMPARE(out.size(), 55);
+            QCOMPARE(int(quint8(out.at(4))), i);
+            QCOMPARE(out.mid(5, 3), be24(2400000));
+            QCOMPARE(out.mid(11, 4), be32(kPeerId));
+            QCOMPARE(out.at(15), expectedFlags.at(i));
+            QCOMPARE(out.mid(16, 4), be32(0xabcd));
+            QCOMPARE(out.right(2), QByteArray(2, '\0'));
+            // The master hands the frame on unchanged but for the receiver's peer-ID.
+            QCOMPARE(in.mid(11, 4), be32(kListenerId));
+            QCOMPARE(in.left(11) + in.mid(15), out.left(11) + out.mid(15));
+        }
+        QCOMPARE(sent.at(1).data.mid(20, 33), voice);
+        QCOMPARE(sent.at(2).data.mid(8, 3), be24(2400001));
+
+        // Header and terminator carry the link control with the base-station data sync.
+        for (int i : {0, 3}) {
+            const QByteArray burst = sent.at(i).data.mid(20, 33);
+            QCOMPARE(quint8(burst.at(13)) & 0x0F, 0x0D);
+            QCOMPARE(burst.mid(14, 5), QByteArray("\xFF\x57\xD7\x5D\xF5"));
+            QCOMPARE(quint8(burst.at(19)) >> 4, 0x0D);
+            const auto lc = zl::dmr::fullLcDecode(reinterpret_cast<const uint8_t*>(burst.constData()), i == 0 ? 1 : 2);
+            QVERIFY(lc.has_value());
+            QCOMPARE(lc->srcId, 2400000u);
+            QCOMPARE(lc->dstId, i == 0 ? 91u : 2400001u);
+            QCOMPARE(int(lc->FLCO), i == 0 ? 0 : 3);
+        }
+
+        rig.client.stop();
+        QVERIFY(!rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 4, 1, voice, false));
+        listener.stop();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDmrPeerClient)
+#include "tst_dmrpeerclient.moc"
