@@ -33,7 +33,7 @@ private slots:
         QCOMPARE(m17Crc(message), quint16(0));
     }
 
-    void addressesFromTheSpecification()
+    void addressesPublishedByM17()
     {
         // "AB1CD" is D*40^4 + C*40^3 + '1'*40^2 + B*40 + A = 10476881 = 0x9FDD51.
         QCOMPARE(encodeCallsign("AB1CD"), quint64(0x9FDD51));
