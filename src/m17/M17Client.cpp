@@ -2,8 +2,8 @@
 
 #include "M17Callsign.h"
 #include "M17StreamFrame.h"
+#include "app/HostLookup.h"
 
-#include <QHostInfo>
 #include <QNetworkDatagram>
 #include <QTimer>
 #include <QUdpSocket>
@@ -42,13 +42,13 @@ bool M17Client::linkTo(const QString& host, quint16 port, const QString& ownCall
         setState(State::Failed);
         return false;
     }
-    const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
-    if (addresses.isEmpty()) {
+    const QHostAddress address = lookupHost(host);
+    if (address.isNull()) {
         emit rejected(QStringLiteral("DNS lookup failed for ") + host);
         setState(State::Failed);
         return false;
     }
-    peer = addresses.first();
+    peer = address;
     peerPort = port;
     callsign = ownCallsign;
     module = moduleLetter;
