@@ -92,12 +92,15 @@ QByteArray speechPacket(const qint16* pcm)
     return pkt;
 }
 
+// count samples from offset 6 of a speech packet, big endian, to host order. The blocking
+// paths may hand a packet one byte short; what is missing reads as zero.
 QByteArray speechSamples(const QByteArray& pkt, int count)
 {
     QByteArray pcm(count * 2, Qt::Uninitialized);
     auto* out = reinterpret_cast<qint16*>(pcm.data());
+    const auto byteAt = [&pkt](int i) { return i < pkt.size() ? quint8(pkt[i]) : quint8(0); };
     for (int i = 0; i < count; ++i)
-        out[i] = qint16(quint16(quint8(pkt[6 + 2 * i])) << 8 | quint8(pkt[7 + 2 * i]));
+        out[i] = qint16(quint16(byteAt(6 + 2 * i)) << 8 | byteAt(7 + 2 * i));
     return pcm;
 }
 
@@ -444,10 +447,9 @@ void Dv3000::parsePacket(const QByteArray& packet)
     if (type == pktSpeech) {
         if (packet.size() < 7)
             return;
-        const int count = qMin(int(quint8(packet[5])), int(packet.size() - 6) / 2);
         if (inFlight > 0)
             --inFlight;
-        emit pcmFrameReady(speechSamples(packet, count));
+        emit pcmFrameReady(speechSamples(packet, qMin(int(quint8(packet[5])), int(packet.size() - 6) / 2)));
         pumpChannels();
         return;
     }
@@ -668,7 +670,7 @@ QByteArray Dv3000::decodeChannel(const QByteArray& frame, int bitCount)
         blockingRequest(channelPacket(frame, bitCount), pktSpeech, "Dv3000 decode: no PKT_SPEECH reply, rx=");
     if (reply.isEmpty())
         return {};
-    return speechSamples(reply, qMin(int(quint8(reply[5])), int(reply.size() - 6) / 2));
+    return speechSamples(reply, quint8(reply[5]));
 }
 
 QByteArray Dv3000::decodeBatch(const QList<QByteArray>& frames, int bitCount)
@@ -708,12 +710,11 @@ QByteArray Dv3000::decodeBatch(const QList<QByteArray>& frames, int bitCount)
             const int cut = packetLength(rx, 0) - 1;
             if (rx.size() < cut)
                 break;
-            const QByteArray pkt = rx.left(cut);
-            rx.remove(0, cut);
-            if (quint8(pkt[3]) == pktSpeech && pkt.size() >= 7) {
-                pcm += speechSamples(pkt, qMin(int(quint8(pkt[5])), int(pkt.size() - 6) / 2));
+            if (quint8(rx[3]) == pktSpeech && cut >= 7) {
+                pcm += speechSamples(rx, quint8(rx[5]));
                 ++got;
             }
+            rx.remove(0, cut);
         }
     }
     if (got < expected)

@@ -21,6 +21,10 @@
 namespace {
 
 constexpr char startByte = 0x61;
+// NUL-terminated identity texts.
+const QByteArray productText("AMBE3000R", 10);
+const QByteArray versionText("V120.E100.XXXX.C106.G514.R009.B0010411.C0020208", 48);
+
 // The 25 unprotected bits of the simulator's frames carry this mark.
 constexpr quint32 frameMark = 0x15A5A5A;
 
@@ -57,8 +61,7 @@ public:
 
     mutable QMutex mutex;
     int delayMs = 0;
-    bool answerProductId = true;
-    bool answerVersion = true;
+    IdentityReplies identity = IdentityReplies::Normal;
     int initStatus = 0;
     bool hold = false;
     int received[3] = {0, 0, 0};
@@ -188,18 +191,15 @@ public:
                     if (tcgetattr(slaveFd, &tio) == 0)
                         bauds.append(lineBaud(cfgetispeed(&tio)));
                 }
-                if (answerProductId)
-                    fields += QByteArray("\x30"
-                                         "AMBE3000R",
-                                         10) +
-                              '\0';
+                if (identity == IdentityReplies::Normal)
+                    fields += QByteArray::fromHex("30") + productText;
+                else if (identity == IdentityReplies::VersionOnly)
+                    fields += QByteArray::fromHex("31") + versionText;
                 i += 1;
                 break;
             case 0x31:
-                if (answerVersion)
-                    fields += QByteArray("\x31"
-                                         "V120.E100.XXXX.C106.G514.R009.B0010411.C0020208") +
-                              '\0';
+                if (identity != IdentityReplies::Silent)
+                    fields += QByteArray::fromHex("31") + versionText;
                 i += 1;
                 break;
             case 0x40: // channel select
@@ -321,16 +321,10 @@ void SimulatedAmbeChip::setDelay(int ms)
     engine->delayMs = ms;
 }
 
-void SimulatedAmbeChip::setAnswersProductId(bool on)
+void SimulatedAmbeChip::setIdentityReplies(IdentityReplies replies)
 {
     QMutexLocker lock(&engine->mutex);
-    engine->answerProductId = on;
-}
-
-void SimulatedAmbeChip::setAnswersVersion(bool on)
-{
-    QMutexLocker lock(&engine->mutex);
-    engine->answerVersion = on;
+    engine->identity = replies;
 }
 
 void SimulatedAmbeChip::setInitStatus(int status)

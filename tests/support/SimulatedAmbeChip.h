@@ -15,8 +15,8 @@
 //
 // What it answers:
 //   reset (0x33)             -> PKT_READY (control 0x39)
-//   product id (0x30)        -> "AMBE3000R"            (unless setAnswersProductId(false))
-//   version (0x31)           -> a version text          (unless setAnswersVersion(false))
+//   product id (0x30)        -> "AMBE3000R"   (see setIdentityReplies)
+//   version (0x31)           -> a version text
 //   configure packet         -> a status per field, init (0x0B) with initStatus()
 //   PKT_CHANNEL (9 bytes)    -> PKT_SPEECH, 160 samples
 //   PKT_SPEECH (160 samples) -> PKT_CHANNEL, 72 bits
@@ -28,6 +28,12 @@
 // codec for tests to build input and to check output.
 class SimulatedAmbeChip {
 public:
+    enum class IdentityReplies {
+        Normal,      // product id and version as asked
+        VersionOnly, // answers both requests with the version, as some firmware does
+        Silent,      // answers neither: a chip at the wrong baud
+    };
+
     struct Tone {
         int level = 0;     // peak amplitude
         int frequency = 0; // Hz; 0 when no period was found
@@ -45,8 +51,7 @@ public:
 
     // Every reply is sent this many milliseconds after its request (default 0).
     void setDelay(int ms);
-    void setAnswersProductId(bool on);
-    void setAnswersVersion(bool on);
+    void setIdentityReplies(IdentityReplies replies);
     // Status byte of the init field in the configure reply (default 0); -1: no reply at all.
     void setInitStatus(int status);
     // While held, speech and channel replies wait; releasing sends them in order.
