@@ -1,5 +1,6 @@
 #include "SimulatedAmbeChip.h"
 #include "TempConfigHome.h"
+#include "TestFirmware.h"
 #include "app/Config.h"
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
@@ -7,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using zl::hw::Dv3000;
@@ -19,12 +21,14 @@ QJsonObject server(quint16 port, bool enabled = true, const QString& host = QStr
     return QJsonObject{{"host", host}, {"port", port}, {"enabled", enabled}};
 }
 
-void setHardware(const QJsonArray& servers, const QStringList& disabledPorts = {})
+// firmwareDir empty: the software vocoder is off.
+void setHardware(const QJsonArray& servers, const QStringList& disabledPorts = {}, const QString& firmwareDir = {})
 {
     QJsonObject hw;
     hw.insert("ambe_servers", servers);
     hw.insert("ambe_disabled_ports", QJsonArray::fromStringList(disabledPorts));
-    hw.insert("ambe_md380_enabled", false);
+    hw.insert("ambe_md380_enabled", !firmwareDir.isEmpty());
+    hw.insert("md380_fw_dir", firmwareDir);
     zl::Config::instance().setSection("hardware", hw);
 }
 
@@ -37,19 +41,21 @@ private:
     TempConfigHome home;
 
 private slots:
-    void acquiresStickThenServerThenNothing()
+    void acquiresStickThenServerThenSoftwareThenNothing()
     {
         SimulatedAmbeChip stick;
         SimulatedAmbeChip remote;
+        QTemporaryDir firmware;
+        QVERIFY(testfw::writeImages(firmware.path()));
         const QString stickPath = stick.openPty();
         const quint16 remotePort = remote.listenUdp();
-        setHardware({server(remotePort)});
+        setHardware({server(remotePort)}, {}, firmware.path());
         Dv3000Pool pool;
         pool.setPortLister([stickPath] { return QStringList{stickPath}; });
         QSignalSpy detected(&pool, &Dv3000Pool::chipDetected);
         pool.rescan();
-        QTRY_COMPARE(pool.readyCount(), 2);
-        QCOMPARE(detected.count(), 2);
+        QTRY_COMPARE(pool.readyCount(), 3);
+        QCOMPARE(detected.count(), 3);
 
         QSignalSpy changed(&pool, &Dv3000Pool::changed);
         Dv3000* first = pool.acquire(33);
@@ -60,19 +66,28 @@ private slots:
         QVERIFY(second);
         QCOMPARE(second->currentPort(), QStringLiteral("udp://127.0.0.1:%1").arg(remotePort));
         QCOMPARE(remote.configureRequests(), 1);
+        Dv3000* third = pool.acquire(33);
+        QVERIFY(third);
+        QCOMPARE(third->currentPort(), QStringLiteral("sw://md380"));
+        QCOMPARE(third->rate(), 33);
         QCOMPARE(pool.acquire(33), nullptr);
-        QCOMPARE(pool.leasedCount(), 2);
-        QCOMPARE(changed.count(), 2);
+        QCOMPARE(pool.leasedCount(), 3);
+        QCOMPARE(changed.count(), 3);
 
         // A released chip keeps its rate: lending it again sends no configuration.
         pool.release(first);
-        QCOMPARE(pool.leasedCount(), 1);
-        QCOMPARE(changed.count(), 3);
+        QCOMPARE(pool.leasedCount(), 2);
+        QCOMPARE(changed.count(), 4);
         pool.release(first);
         pool.release(nullptr);
-        QCOMPARE(changed.count(), 3);
+        QCOMPARE(changed.count(), 4);
         QCOMPARE(pool.acquire(33), first);
         QCOMPARE(stick.configureRequests(), 1);
+
+        // Switching the software vocoder off deletes its chip at the next rescan.
+        setHardware({server(remotePort)});
+        pool.rescan();
+        QCOMPARE(pool.readyCount(), 2);
     }
 
     void failedChipIsReplacedAtRescan()
