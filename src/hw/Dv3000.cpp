@@ -2,6 +2,7 @@
 
 #include "app/Config.h"
 #include "hw/AmbeFrame.h"
+#include "hw/AmbePacket.h"
 #include "hw/Md380Vocoder.h"
 
 #include <QCoreApplication>
@@ -422,18 +423,8 @@ void Dv3000::onSerialReadyRead()
     if (probing)
         qInfo().noquote() << "Dv3000 probe rx on" << portName << ":" << data.toHex(' ');
     rxBuffer += data;
-    while (rxBuffer.size() >= 4) {
-        if (rxBuffer[0] != startByte) {
-            rxBuffer.remove(0, 1);
-            continue;
-        }
-        const int total = packetLength(rxBuffer, 0);
-        if (rxBuffer.size() < total)
-            break;
-        const QByteArray packet = rxBuffer.left(total);
-        rxBuffer.remove(0, total);
+    for (const QByteArray& packet : takeAmbePackets(rxBuffer))
         parsePacket(packet);
-    }
 }
 
 void Dv3000::parsePacket(const QByteArray& packet)
@@ -455,19 +446,7 @@ void Dv3000::parsePacket(const QByteArray& packet)
     }
     if (type != pktControl)
         return;
-    for (int i = 4; i < packet.size();) {
-        const quint8 code = quint8(packet[i]);
-        if (code == 0x30 || code == 0x31) {
-            int end = packet.indexOf('\0', i + 1);
-            if (end < 0)
-                end = int(packet.size());
-            const QString text = QString::fromLatin1(packet.constData() + i + 1, end - i - 1);
-            (code == 0x30 ? prodId : version) = text;
-            i = end + 1;
-        } else {
-            i += 2;
-        }
-    }
+    readAmbeIdentity(packet, prodId, version);
     if (!probing || (prodId.isEmpty() && version.isEmpty()))
         return;
     probing = false;
