@@ -8,7 +8,7 @@ build-essential cmake ninja-build ccache pkg-config git
 clang clang-format libclang-rt-14-dev
 qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-serialport-dev
 qt6-qpa-plugins qt6-l10n-tools
-libcodec2-dev libopus-dev libgsm1-dev libssl-dev libunicorn-dev
+libcodec2-dev libopus-dev libgsm1-dev libssl-dev libunicorn-dev binutils-arm-none-eabi
 libspdlog-dev libfmt-dev
 libbenchmark-dev
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps
