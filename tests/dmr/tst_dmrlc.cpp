@@ -142,6 +142,11 @@ private slots:
         const QByteArray header = buildLcBurst(2400000, 91, 1, 1, false);
         QTest::ignoreMessage(QtWarningMsg, "Unsupported LC type - 3");
         QVERIFY(!fullLcDecode(bytesOf(header), 3));
+
+        QByteArray untouched = header;
+        QTest::ignoreMessage(QtWarningMsg, "Unsupported LC type - 6");
+        fullLcEncode(DMRLC{}, reinterpret_cast<uint8_t*>(untouched.data()), 6);
+        QCOMPARE(untouched, header);
     }
 
     void lcFieldsPackAsTheTableGives()
