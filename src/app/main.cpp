@@ -4,6 +4,7 @@
 #include "app/StyleSheet.h"
 #include "app/Version.h"
 #include "audio/AudioDevice.h"
+#include "audio/AudioMixer.h"
 #include "ui/HelpTips.h"
 #include "ui/MainWindow.h"
 
@@ -65,6 +66,8 @@ void restoreSpeakerCard()
 void onAboutToQuit()
 {
     qInfo() << "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()";
+    // Sink and source must be gone before the platform layer goes down in ~QApplication.
+    zl::audio::AudioMixer::instance().shutdown();
     qInfo() << "[shutdown] aboutToQuit done";
 }
 

@@ -87,10 +87,11 @@ private slots:
         const QStringList lines = log.split('\n', Qt::SkipEmptyParts);
         QVERIFY(lines.first().endsWith(
             QStringLiteral("] [info] === zephyrlake log start, file=%1 ===").arg(QFileInfo(path).absoluteFilePath())));
-        const QList<int> at =
-            linesOf(log, {"[shutdown] SIGINT/SIGTERM received — quitting",
-                          "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()", "[shutdown] aboutToQuit done",
-                          "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
+        const QList<int> at = linesOf(log, {"[shutdown] SIGINT/SIGTERM received — quitting",
+                                            "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()",
+                                            "[shutdown] AudioMixer::shutdown — releasing sink/source before QPA dies",
+                                            "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0",
+                                            "[shutdown] ~MainWindow begin"});
         QVERIFY2(!at.contains(-1), qPrintable(log));
         QVERIFY2(std::is_sorted(at.begin(), at.end()), qPrintable(log));
         // The console carries the same lines.
