@@ -90,6 +90,33 @@ private slots:
         QCOMPARE(pool.readyCount(), 2);
     }
 
+    void leasesAreNeverMoved()
+    {
+        QTemporaryDir firmware;
+        QVERIFY(testfw::writeImages(firmware.path()));
+        setHardware({}, {}, firmware.path());
+        Dv3000Pool pool;
+        QStringList ports;
+        pool.setPortLister([&ports] { return ports; });
+        pool.rescan();
+        QTRY_COMPARE(pool.readyCount(), 1);
+        Dv3000* software = pool.acquire(33);
+        QVERIFY(software);
+        QVERIFY(software->isInproc());
+
+        // A stick plugged in during the lease is lent to the next caller; the lease stays.
+        SimulatedAmbeChip stick;
+        ports << stick.openPty();
+        pool.rescan();
+        QTRY_COMPARE(pool.readyCount(), 2);
+        QCOMPARE(pool.leasedCount(), 1);
+        Dv3000* next = pool.acquire(33);
+        QVERIFY(next);
+        QCOMPARE(next->currentPort(), ports.first());
+        QVERIFY(software->isInproc());
+        QCOMPARE(pool.leasedCount(), 2);
+    }
+
     void failedChipIsReplacedAtRescan()
     {
         SimulatedAmbeChip remote;
