@@ -147,6 +147,12 @@ int Dv3000Pool::readyCount() const
     return n;
 }
 
+int Dv3000Pool::chipCount() const
+{
+    QMutexLocker lock(&mutex);
+    return int(chips.size());
+}
+
 int Dv3000Pool::leasedCount() const
 {
     QMutexLocker lock(&mutex);

@@ -35,6 +35,8 @@ public:
     // Sets the rate on the first ready chip ahead of time, without lending it.
     void prewarm(int rate);
     int readyCount() const;
+    // Chips being probed or in use, whatever their state.
+    int chipCount() const;
     int leasedCount() const;
 
     // Where FTDI ports come from: the system locations of vendor 0x0403 ports by default.

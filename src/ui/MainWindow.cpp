@@ -1,22 +1,845 @@
 #include "MainWindow.h"
 
+#include "app/Config.h"
+#include "app/Identity.h"
 #include "app/StyleSheet.h"
 #include "app/Version.h"
+#include "audio/AudioMixer.h"
+#include "dmr/Peer.h"
+#include "hw/Dv3000.h"
+#include "hw/Dv3000Pool.h"
+#include "ui/FlowLayout.h"
+#include "ui/ModePage.h"
 
+#include <QAction>
+#include <QApplication>
+#include <QAudioDevice>
+#include <QButtonGroup>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDateTime>
 #include <QDebug>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QMediaDevices>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRandomGenerator64>
+#include <QScreen>
+#include <QSlider>
+#include <QStackedWidget>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTableWidget>
+#include <QTimer>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include <optional>
+
+namespace {
+
+const QStringList kLastHeardKeys = {"time", "call", "country", "mode", "server", "target", "dur", "loss", "rssi"};
+constexpr int kDurColumn = 6;
+const QColor kTxBackground(220, 40, 40, 64);
+const QColor kRxBackground(0, 200, 80, 56);
+
+// The modes whose pages have their own message views and no voice.
+bool isMessageMode(const QString& mode)
+{
+    return mode == QLatin1String("APRS") || mode == QLatin1String("POCSAG") || mode == QLatin1String("DMR SMS");
+}
+
+std::optional<zl::dmr::Peer> findPeer(const QString& label)
+{
+    if (label.isEmpty())
+        return std::nullopt;
+    for (const zl::dmr::Peer& peer : zl::dmr::loadPeers()) {
+        if (peer.label == label)
+            return peer;
+    }
+    return std::nullopt;
+}
+
+// The callsign a peer transmits with: its override, else that of its identity.
+QString peerCallsign(const zl::dmr::Peer& peer)
+{
+    if (!peer.callsign_override.isEmpty())
+        return peer.callsign_override;
+    if (peer.identity_label.isEmpty())
+        return {};
+    for (const zl::Identity& identity : zl::identities(QStringLiteral("dmr"))) {
+        if (identity.label == peer.identity_label)
+            return identity.callsign;
+    }
+    return {};
+}
+
+QString statusDotStyle(const char* colour)
+{
+    return QStringLiteral("color:%1; font-size:14px;").arg(QLatin1String(colour));
+}
+
+} // namespace
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 {
     setWindowTitle(QStringLiteral("zephyrlake · %1").arg(QLatin1String(zl::kAppVersion)));
     resize(zl::uiScale(780), zl::uiScale(1020));
     setMinimumSize(zl::uiScale(380), zl::uiScale(560));
-    auto* placeholder = new QLabel(QStringLiteral("zephyrlake"), this);
-    placeholder->setAlignment(Qt::AlignCenter);
-    setCentralWidget(placeholder);
+    modes = {"AllStar", "APRS", "D-STAR", "DMR",    "DMR SMS", "Echolink",
+             "M17",     "NXDN", "P25",    "POCSAG", "SvxLink", "YSF"};
+
+    auto* central = new QWidget;
+    auto* layout = new QVBoxLayout(central);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->setSpacing(10);
+
+    auto* cardArea = new QWidget;
+    auto* flow = new zl::ui::FlowLayout(8, cardArea);
+    modeGroup = new QButtonGroup(this);
+    modeGroup->setExclusive(true);
+    for (const QString& mode : std::as_const(modes)) {
+        auto* card = new QPushButton;
+        card->setObjectName(QStringLiteral("card_") + BaseModePage::keyOf(mode));
+        card->setProperty("card", true);
+        card->setCheckable(true);
+        card->setMinimumSize(zl::uiScale(150), zl::uiScale(70));
+        modeGroup->addButton(card);
+        cards.insert(mode, card);
+        flow->addWidget(card);
+        connect(card, &QPushButton::clicked, this, [this, mode] { selectMode(mode); });
+    }
+    layout->addWidget(cardArea);
+
+    // Pages of modes whose own page is not built yet are the generic page for now.
+    stack = new QStackedWidget;
+    stack->setObjectName(QStringLiteral("modeStack"));
+    for (const QString& mode : std::as_const(modes)) {
+        BaseModePage* page = new ModePage(mode);
+        pages.insert(mode, page);
+        stack->addWidget(page);
+        connect(page, &BaseModePage::enabledChanged, this, [this, mode] { refreshCard(mode); });
+        connect(page, &BaseModePage::connectedChanged, this, [this, mode] { refreshCard(mode); });
+        connect(page, &BaseModePage::statusTextChanged, this, [this, mode] { refreshCard(mode); });
+        connect(page, &BaseModePage::lastHeardLine, this,
+                [this, mode](const QString& time, const QString& call, const QString& country, const QString& network,
+                             const QString& target, const QString& duration, const QString& lossPct,
+                             const QString& rssi) {
+                    writePageLine({time, call, country, mode, network, target, duration, lossPct, rssi});
+                });
+    }
+    for (const QString& mode : std::as_const(modes))
+        refreshCard(mode);
+    layout->addWidget(stack, 1);
+
+    lastHeardGroup = new QGroupBox(QStringLiteral("Last heard (all active modes — click for large view)"));
+    lastHeardGroup->setObjectName(QStringLiteral("lastHeardGroup"));
+    auto* groupLayout = new QVBoxLayout(lastHeardGroup);
+    lastHeard = new QTableWidget(0, int(kLastHeardKeys.size()));
+    lastHeard->setObjectName(QStringLiteral("lastHeard"));
+    lastHeard->setHorizontalHeaderLabels(
+        {"TIME", "CALLSIGN", "COUNTRY", "MODE", "SERVER", "TARGET", "DUR", "LOSS %", "RSSI"});
+    lastHeard->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    lastHeard->setSelectionBehavior(QAbstractItemView::SelectRows);
+    lastHeard->setAlternatingRowColors(true);
+    lastHeard->verticalHeader()->setVisible(false);
+    lastHeard->horizontalHeader()->setStretchLastSection(true);
+    lastHeard->setMinimumHeight(zl::uiScale(140));
+    groupLayout->addWidget(lastHeard);
+    connect(lastHeard, &QTableWidget::cellClicked, this, &MainWindow::openDetachedLastHeard);
+    layout->addWidget(lastHeardGroup);
+
+    buildAudioRows(layout);
+
+    setCentralWidget(central);
+    buildToolBar();
+    // The directories (host lists, user, repeater and talkgroup data) are not part of the
+    // program yet; nothing is loaded or refreshed here.
+    buildStatusStrip();
+
+    callLabel = new QLabel;
+    callLabel->setObjectName(QStringLiteral("callLabel"));
+    const QString call = zl::Config::instance().callsign();
+    callLabel->setText(QStringLiteral("Call: ") + call);
+    statusBar()->addPermanentWidget(callLabel);
+    clockLabel = new QLabel;
+    clockLabel->setObjectName(QStringLiteral("clock"));
+    statusBar()->addPermanentWidget(clockLabel);
+
+    selectMode(zl::Config::instance().defaultMode());
+    loadLastHeard();
+
+    clockTimer = new QTimer(this);
+    clockTimer->setInterval(1000);
+    connect(clockTimer, &QTimer::timeout, this, &MainWindow::tickClock);
+    clockTimer->start();
+    tickClock();
+    meterTimer = new QTimer(this);
+    meterTimer->setInterval(80);
+    connect(meterTimer, &QTimer::timeout, this, &MainWindow::tickFakeMeters);
+    meterTimer->start();
+    connect(&zl::Config::instance(), &zl::Config::configChanged, this, &MainWindow::onConfigChanged);
+
+    const QByteArray geometry = zl::Config::instance().windowGeometry(QStringLiteral("main"));
+    if (!geometry.isEmpty())
+        restoreGeometry(geometry);
+    const QByteArray state = zl::Config::instance().windowState(QStringLiteral("main"));
+    if (!state.isEmpty())
+        restoreState(state);
+    fitToScreen();
+    applyPttConfig();
 }
 
 MainWindow::~MainWindow()
 {
     qInfo() << "[shutdown] ~MainWindow begin";
+    qApp->removeEventFilter(this);
+}
+
+void MainWindow::buildAudioRows(QVBoxLayout* layout)
+{
+    const auto row = [this, layout](const QString& name, const QString& tip, QPushButton*& mute, QComboBox*& combo,
+                                    QProgressBar*& level, QSlider*& slider) {
+        auto* line = new QHBoxLayout;
+        auto* label = new QLabel(name);
+        label->setMinimumWidth(zl::uiScale(32));
+        mute = new QPushButton(QStringLiteral("Mute"));
+        mute->setCheckable(true);
+        mute->setToolTip(tip);
+        mute->setProperty("variant", QStringLiteral("ghost"));
+        combo = new QComboBox;
+        combo->setMaxVisibleItems(10);
+        combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+        combo->setMinimumContentsLength(12);
+        level = new QProgressBar;
+        level->setRange(0, 100);
+        level->setValue(0);
+        level->setTextVisible(false);
+        slider = new QSlider(Qt::Horizontal);
+        slider->setRange(0, 100);
+        line->addWidget(label);
+        line->addWidget(mute);
+        line->addWidget(combo, 2);
+        line->addWidget(level, 1);
+        line->addWidget(slider, 1);
+        layout->addLayout(line);
+        const QString key = name.toLower();
+        mute->setObjectName(key + QStringLiteral("Mute"));
+        combo->setObjectName(key + QStringLiteral("Combo"));
+        level->setObjectName(key + QStringLiteral("Level"));
+        slider->setObjectName(key + QStringLiteral("Slider"));
+    };
+    row(QStringLiteral("MIC"), QStringLiteral("Mute mic (no transmission)"), micMute, micCombo, micLevel, micSlider);
+    row(QStringLiteral("SPK"), QStringLiteral("Mute speaker (RX continues, you hear nothing)"), spkMute, spkCombo,
+        spkLevel, spkSlider);
+
+    txLabel = new QLabel(QStringLiteral("TX → DMR"));
+    txLabel->setObjectName(QStringLiteral("txLabel"));
+    txLabel->setAlignment(Qt::AlignCenter);
+    layout->addWidget(txLabel);
+    pttButton = new QPushButton(QStringLiteral("PTT"));
+    pttButton->setObjectName(QStringLiteral("ptt"));
+    pttButton->setCheckable(true);
+    layout->addWidget(pttButton);
+    connect(pttButton, &QPushButton::toggled, this, &MainWindow::onPttToggled);
+
+    zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
+    audioSaveTimer = new QTimer(this);
+    audioSaveTimer->setSingleShot(true);
+    audioSaveTimer->setInterval(300);
+    connect(audioSaveTimer, &QTimer::timeout, this, [this] { saveModeAudio(true); });
+    connect(micCombo, &QComboBox::currentIndexChanged, this, [this] {
+        saveModeAudio(false);
+        applyMicDevice();
+    });
+    connect(spkCombo, &QComboBox::currentIndexChanged, this, &MainWindow::onSpkComboChanged);
+    connect(micSlider, &QSlider::valueChanged, audioSaveTimer, qOverload<>(&QTimer::start));
+    connect(spkSlider, &QSlider::valueChanged, this, [this](int value) {
+        zl::audio::AudioMixer::instance().setSpkVolume(value);
+        audioSaveTimer->start();
+    });
+    connect(&mixer, &zl::audio::AudioMixer::micLevelChanged, micLevel, &QProgressBar::setValue);
+    connect(&mixer, &zl::audio::AudioMixer::spkLevelChanged, spkLevel, &QProgressBar::setValue);
+    connect(micMute, &QPushButton::toggled, this, [this](bool on) { onMuteToggled(micMute, on, true); });
+    connect(spkMute, &QPushButton::toggled, this, [this](bool on) { onMuteToggled(spkMute, on, false); });
+    refreshAudioDevices();
+}
+
+void MainWindow::onMuteToggled(QPushButton* button, bool muted, bool mic)
+{
+    zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
+    if (mic)
+        mixer.setMicMuted(muted);
+    else
+        mixer.setSpkMuted(muted);
+    button->setProperty("variant", muted ? QStringLiteral("danger") : QStringLiteral("ghost"));
+    button->style()->unpolish(button);
+    button->style()->polish(button);
+}
+
+void MainWindow::buildToolBar()
+{
+    QToolBar* bar = addToolBar(QStringLiteral("Main"));
+    bar->setObjectName(QStringLiteral("mainToolBar"));
+    bar->setMovable(false);
+    // Settings, database refresh and the sound test need windows that come later; their
+    // actions are shown but not yet enabled.
+    QAction* settings = bar->addAction(QStringLiteral("⚙ Settings"), this, &MainWindow::openSettings);
+    settings->setCheckable(true);
+    settings->setEnabled(false);
+    QAction* update = bar->addAction(QStringLiteral("↻ Update DBs"), this, &MainWindow::updateDatabases);
+    update->setEnabled(false);
+    bar->addAction(QStringLiteral("ℹ About"), this, &MainWindow::showAbout);
+    QAction* soundTest = bar->addAction(QStringLiteral("🔊 Sound Test"));
+    soundTest->setCheckable(true);
+    soundTest->setEnabled(false);
+}
+
+void MainWindow::showAbout()
+{
+    if (aboutBox) {
+        aboutBox->raise();
+        aboutBox->activateWindow();
+        return;
+    }
+    aboutBox = new QMessageBox(QMessageBox::Information, QStringLiteral("About zephyrlake"),
+                               QStringLiteral("<b>zephyrlake</b> %1<br><br>DMR, M17, YSF, NXDN, SvxLink, EchoLink and "
+                                              "AllStar from one desktop, with no radio.")
+                                   .arg(QLatin1String(zl::kAppVersion)),
+                               QMessageBox::Ok, this);
+    aboutBox->setAttribute(Qt::WA_DeleteOnClose);
+    aboutBox->setModal(false);
+    aboutBox->show();
+}
+
+void MainWindow::buildStatusStrip()
+{
+    auto* stretch = new QLabel;
+    statusBar()->addWidget(stretch, 1);
+    const auto group = [this](const QString& name, QLabel*& dot, QLabel*& text, const char* colour,
+                              const QString& initial) {
+        auto* box = new QWidget;
+        auto* line = new QHBoxLayout(box);
+        line->setContentsMargins(4, 0, 4, 0);
+        line->setSpacing(4);
+        dot = new QLabel(QStringLiteral("●"));
+        dot->setStyleSheet(statusDotStyle(colour));
+        text = new QLabel(initial);
+        line->addWidget(new QLabel(name));
+        line->addWidget(dot);
+        line->addWidget(text);
+        statusBar()->addPermanentWidget(box);
+    };
+    group(QStringLiteral("AMBE:"), ambeDot, ambeText, "#888", QStringLiteral("probing…"));
+    ambeText->setObjectName(QStringLiteral("ambeStatus"));
+    zl::hw::Dv3000Pool* pool = zl::hw::Dv3000Pool::instance();
+    connect(pool, &zl::hw::Dv3000Pool::changed, this, &MainWindow::updateAmbeStatus);
+    connect(pool, &zl::hw::Dv3000Pool::chipDetected, this, [this](zl::hw::Dv3000* chip) {
+        statusBar()->showMessage(
+            QStringLiteral("AMBE chip: %1 v%2 on %3").arg(chip->productId(), chip->versionText(), chip->currentPort()),
+            5000);
+    });
+    pool->rescan();
+    updateAmbeStatus();
+
+    QLabel* codecDot = nullptr;
+    QLabel* codecText = nullptr;
+    group(QStringLiteral("Codec2:"), codecDot, codecText, "#39c34a", QStringLiteral("ok"));
+
+    group(QStringLiteral("DMR:"), dmrDot, dmrText, "#888", QStringLiteral("no peers"));
+    dmrText->setObjectName(QStringLiteral("dmrStatus"));
+    updateDmrStatus();
+}
+
+void MainWindow::updateAmbeStatus()
+{
+    const zl::hw::Dv3000Pool* pool = zl::hw::Dv3000Pool::instance();
+    const int ready = pool->readyCount();
+    const int ports = pool->chipCount();
+    if (ready > 0) {
+        ambeDot->setStyleSheet(QStringLiteral("color:#00c864; font-size:14px;"));
+        ambeText->setText(
+            QStringLiteral("%1 / %2 chip%3 ready").arg(ready).arg(ports).arg(ports >= 2 ? QStringLiteral("s") : ""));
+    } else if (ports < 1) {
+        ambeDot->setStyleSheet(QStringLiteral("color:#777; font-size:14px;"));
+        ambeText->setText(QStringLiteral("none"));
+    } else {
+        ambeDot->setStyleSheet(QStringLiteral("color:#e0b020; font-size:14px;"));
+        ambeText->setText(QStringLiteral("probing %1 port%2…").arg(ports).arg(ports == 1 ? "" : QStringLiteral("s")));
+    }
+}
+
+void MainWindow::updateDmrStatus()
+{
+    // The peer manager is not part of the program yet: no peer is ever connected.
+    dmrDot->setStyleSheet(QStringLiteral("color:#888; font-size:14px;"));
+    dmrText->setText(QStringLiteral("no peers"));
+}
+
+void MainWindow::openSettings()
+{
+}
+
+void MainWindow::updateDatabases()
+{
+}
+
+void MainWindow::openDetachedLastHeard()
+{
+}
+
+void MainWindow::selectMode(const QString& mode)
+{
+    BaseModePage* page = pages.value(mode);
+    if (!page)
+        return;
+    activeMode = mode;
+    stack->setCurrentWidget(page);
+    cards.value(mode)->setChecked(true);
+    lastHeardGroup->setVisible(!isMessageMode(mode));
+    updateTxLabel();
+    if (isMessageMode(mode)) {
+        pttButton->setEnabled(false);
+        if (pttButton->isChecked())
+            pttButton->setChecked(false);
+    } else {
+        pttButton->setEnabled(true);
+    }
+    zl::audio::AudioMixer::instance().applyChains(page->modeKey(), page->activeRowKey());
+    loadModeAudio(page->modeKey());
+}
+
+void MainWindow::refreshCard(const QString& mode)
+{
+    QPushButton* card = cards.value(mode);
+    BaseModePage* page = pages.value(mode);
+    if (!card || !page)
+        return;
+    auto* label = card->findChild<QLabel*>(QStringLiteral("cardLabel"));
+    if (!label) {
+        auto* cardLayout = new QVBoxLayout(card);
+        cardLayout->setContentsMargins(8, 4, 8, 4);
+        label = new QLabel;
+        label->setObjectName(QStringLiteral("cardLabel"));
+        label->setTextFormat(Qt::RichText);
+        label->setAttribute(Qt::WA_TransparentForMouseEvents);
+        cardLayout->addWidget(label);
+    }
+    QString colour = QStringLiteral("#777");
+    QString word = QStringLiteral("off");
+    if (page->isModeEnabled()) {
+        const bool up = page->isModeConnected();
+        colour = up ? QStringLiteral("#39c34a") : QStringLiteral("#e0b020");
+        word = up ? QStringLiteral("conn") : QStringLiteral("wait");
+    }
+    const QString server = page->serverText();
+    const QString target = page->targetText();
+    label->setText(
+        QStringLiteral("<div style='font-size:13pt;font-weight:700;color:#00ffff;'>%1 <span "
+                       "style='color:%2;font-size:14pt;'>●</span></div><div "
+                       "style='color:rgba(0,255,255,0.75);font-size:9pt;'>%3</div><div "
+                       "style='color:rgba(0,255,255,0.55);font-size:9pt;'>%4</div>")
+            .arg(mode, colour, server.isEmpty() ? QStringLiteral("—") : server, target.isEmpty() ? word : target));
+}
+
+void MainWindow::onConfigChanged()
+{
+    BaseModePage* page = pages.value(activeMode);
+    QString call = zl::Config::instance().callsign();
+    if (page) {
+        const zl::Identity identity = zl::resolveIdentity(page->modeKey());
+        if (!identity.callsign.isEmpty())
+            call = identity.callsign;
+    }
+    callLabel->setText(QStringLiteral("Call: ") + call);
+    for (BaseModePage* each : std::as_const(pages))
+        each->reloadConfig();
+    if (page)
+        zl::audio::AudioMixer::instance().applyChains(page->modeKey(), page->activeRowKey());
+    updateTxLabel();
+    applyPttConfig();
+    for (const QString& mode : std::as_const(modes))
+        refreshCard(mode);
+}
+
+void MainWindow::tickClock()
+{
+    clockLabel->setText(QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss")));
+}
+
+void MainWindow::tickFakeMeters()
+{
+    auto* page = qobject_cast<ModePage*>(pages.value(activeMode));
+    if (!page)
+        return;
+    QRandomGenerator64* random = QRandomGenerator64::global();
+    const auto inRange = [random](int low, int high) {
+        return low + int((quint64(random->generate() & 0xffffffffu) * quint64(high - low + 1)) >> 32);
+    };
+    const int tx = pttActive ? inRange(40, 89) : 0;
+    const int rx = !pttActive && page->isModeConnected() ? inRange(30, 69) : 0;
+    page->setMeters(tx, rx);
+}
+
+void MainWindow::applyPttConfig()
+{
+    const QJsonObject general = zl::Config::instance().section(QStringLiteral("general"));
+    pttKey = general.value(QStringLiteral("ptt_key")).toInt(0);
+    pttKbdHold = general.value(QStringLiteral("ptt_kbd_hold")).toBool(true);
+    pttMouseHold = general.value(QStringLiteral("ptt_mouse_hold")).toBool(false);
+    pttButton->removeEventFilter(this);
+    pttButton->installEventFilter(this);
+    qApp->removeEventFilter(this);
+    if (pttKey != 0)
+        qApp->installEventFilter(this);
+}
+
+bool MainWindow::eventFilter(QObject* object, QEvent* event)
+{
+    const QEvent::Type type = event->type();
+    if (object == pttButton && pttMouseHold &&
+        (type == QEvent::MouseButtonPress || type == QEvent::MouseButtonRelease)) {
+        if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+            if (type == QEvent::MouseButtonPress && pttButton->isEnabled()) {
+                if (!pttButton->isChecked())
+                    pttButton->setChecked(true);
+                return true;
+            }
+            if (type == QEvent::MouseButtonRelease) {
+                if (pttButton->isChecked())
+                    pttButton->setChecked(false);
+                return true;
+            }
+        }
+    }
+    if (pttKey != 0 && (type == QEvent::KeyPress || type == QEvent::KeyRelease)) {
+        // Typing must never transmit.
+        if (QWidget* focus = QApplication::focusWidget()) {
+            for (const char* typing : {"QLineEdit", "QAbstractSpinBox", "QTextEdit", "QPlainTextEdit"}) {
+                if (focus->inherits(typing))
+                    return QMainWindow::eventFilter(object, event);
+            }
+        }
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == pttKey && !key->isAutoRepeat() && pttButton && pttButton->isEnabled()) {
+            if (pttKbdHold)
+                pttButton->setChecked(type == QEvent::KeyPress);
+            else if (type == QEvent::KeyPress)
+                pttButton->toggle();
+            return true;
+        }
+    }
+    return QMainWindow::eventFilter(object, event);
+}
+
+void MainWindow::updateTxLabel()
+{
+    const QString mode = pttActive ? txMode : activeMode;
+    QString details;
+    QString call;
+    if (mode == QLatin1String("DMR")) {
+        const std::optional<zl::dmr::Peer> peer = findPeer(pttActive ? txPeerLabel : zl::dmr::defaultPeerLabel());
+        if (peer) {
+            details = QStringLiteral(" / ") + peer->label;
+            if (peer->duplex) {
+                const int slot = pttActive ? txSlot : (peer->priority_slot != 0 ? peer->priority_slot : 2);
+                details += QStringLiteral(" TS%1").arg(slot);
+            }
+            call = peerCallsign(*peer);
+        }
+    }
+    const QString head = call.isEmpty() ? mode : call + QLatin1Char(' ') + mode;
+    txLabel->setText(QStringLiteral("TX ") + head + QStringLiteral("→ ") + details);
+}
+
+void MainWindow::onPttToggled(bool on)
+{
+    zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
+    mixer.setTxHalfDuplex(on);
+    for (QWidget* w : std::initializer_list<QWidget*>{micCombo, spkCombo, micSlider, spkSlider})
+        w->setEnabled(!on);
+
+    pttActive = on;
+    txPeerLabel.clear();
+    txSlot = 0;
+    txMode = on ? activeMode : QString();
+    if (on && txMode == QLatin1String("DMR")) {
+        txPeerLabel = zl::dmr::defaultPeerLabel();
+        if (const std::optional<zl::dmr::Peer> peer = findPeer(txPeerLabel))
+            txSlot = peer->duplex && peer->priority_slot != 0 ? peer->priority_slot : 2;
+    }
+    updateTxLabel();
+
+    if (BaseModePage* page = pages.value(activeMode)) {
+        page->setPttActive(on);
+        emit page->statusTextChanged(on ? QStringLiteral("TX") : QStringLiteral("RX"));
+    }
+    mixer.setPttActive(on);
+
+    if (!on) {
+        if (pendingConfigSave) {
+            pendingConfigSave = false;
+            zl::Config::instance().save();
+        }
+        closeTxRow();
+        return;
+    }
+    if (txRow < 0)
+        openTxRow();
+}
+
+void MainWindow::openTxRow()
+{
+    QString call = zl::Config::instance().callsign();
+    QString server;
+    QString target;
+    if (txMode == QLatin1String("DMR")) {
+        if (const std::optional<zl::dmr::Peer> peer = findPeer(txPeerLabel)) {
+            server = peer->network;
+            call = peerCallsign(*peer);
+            if (peer->active_tg != 0)
+                target = QStringLiteral("%1 %2 TS%3")
+                             .arg(peer->private_call ? QStringLiteral("PC") : QStringLiteral("TG"))
+                             .arg(peer->active_tg)
+                             .arg(txSlot);
+            else
+                target = QStringLiteral("TS%1").arg(txSlot);
+        } else {
+            target = QStringLiteral("TS%1").arg(txSlot);
+        }
+    }
+    if (target.isEmpty())
+        target = QStringLiteral("(TX)");
+    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss"));
+    insertRow({time, call, QString(), activeMode, server, target, QString(), QString(), QString()}, kTxBackground);
+    txRow = 0;
+    txStartMs = QDateTime::currentMSecsSinceEpoch();
+    trimRows();
+}
+
+void MainWindow::closeTxRow()
+{
+    if (txRow < 0)
+        return;
+    if (txRow >= lastHeard->rowCount()) {
+        txRow = -1;
+        txStartMs = 0;
+        return;
+    }
+    clearRowColour(txRow);
+    lastHeard->item(txRow, kDurColumn)->setText(formatDuration(QDateTime::currentMSecsSinceEpoch() - txStartMs));
+    saveLastHeard();
+    txRow = -1;
+    txStartMs = 0;
+}
+
+QString MainWindow::formatDuration(qint64 ms)
+{
+    if (ms < 60000)
+        return QString::asprintf("%.1f s", double(ms) / 1000.0);
+    const qint64 seconds = ms / 1000;
+    return QString::asprintf("%lld:%02lld", seconds / 60, seconds % 60);
+}
+
+void MainWindow::insertRow(const QStringList& values, const QColor& background)
+{
+    lastHeard->insertRow(0);
+    for (int column = 0; column < kLastHeardKeys.size(); ++column) {
+        auto* item = new QTableWidgetItem(values.value(column));
+        if (background.isValid())
+            item->setBackground(background);
+        lastHeard->setItem(0, column, item);
+    }
+    for (int& row : liveRows)
+        ++row;
+}
+
+void MainWindow::trimRows()
+{
+    while (lastHeard->rowCount() > kMaxLastHeard)
+        lastHeard->removeRow(lastHeard->rowCount() - 1);
+}
+
+void MainWindow::clearRowColour(int row)
+{
+    for (int column = 0; column < lastHeard->columnCount(); ++column) {
+        if (QTableWidgetItem* item = lastHeard->item(row, column))
+            item->setBackground(QBrush());
+    }
+}
+
+void MainWindow::writePageLine(const QStringList& values)
+{
+    // Rows of DMR calls in progress below are not renumbered on this path; their end
+    // checks only that the row still exists.
+    lastHeard->insertRow(0);
+    for (int column = 0; column < values.size(); ++column)
+        lastHeard->setItem(0, column, new QTableWidgetItem(values.at(column)));
+    trimRows();
+    saveLastHeard();
+}
+
+void MainWindow::saveLastHeard()
+{
+    QJsonArray entries;
+    for (int row = 0; row < lastHeard->rowCount(); ++row) {
+        QJsonObject entry;
+        for (int column = 0; column < kLastHeardKeys.size(); ++column) {
+            const QTableWidgetItem* item = lastHeard->item(row, column);
+            entry.insert(kLastHeardKeys.at(column), item ? item->text() : QString());
+        }
+        entries.append(entry);
+    }
+    zl::Config& config = zl::Config::instance();
+    QJsonObject section = config.section(QStringLiteral("lastheard"));
+    section.insert(QStringLiteral("entries"), entries);
+    config.setSection(QStringLiteral("lastheard"), section);
+    config.save();
+}
+
+void MainWindow::loadLastHeard()
+{
+    lastHeard->setRowCount(0);
+    const QJsonArray entries =
+        zl::Config::instance().section(QStringLiteral("lastheard")).value(QStringLiteral("entries")).toArray();
+    for (qsizetype i = 0; i < entries.size() && i < kMaxLastHeard; ++i) {
+        const QJsonObject entry = entries.at(i).toObject();
+        const int row = lastHeard->rowCount();
+        lastHeard->insertRow(row);
+        for (int column = 0; column < kLastHeardKeys.size(); ++column)
+            lastHeard->setItem(row, column, new QTableWidgetItem(entry.value(kLastHeardKeys.at(column)).toString()));
+    }
+}
+
+void MainWindow::refreshAudioDevices()
+{
+    const QSignalBlocker b1(micCombo), b2(spkCombo);
+    micCombo->clear();
+    spkCombo->clear();
+    micCombo->addItem(QStringLiteral("(default)"), QString());
+    spkCombo->addItem(QStringLiteral("(default)"), QString());
+    for (const QAudioDevice& device : QMediaDevices::audioInputs())
+        micCombo->addItem(device.description(), device.description());
+    for (const QAudioDevice& device : QMediaDevices::audioOutputs())
+        spkCombo->addItem(device.description(), device.description());
+}
+
+void MainWindow::onSpkComboChanged()
+{
+    saveModeAudio(false);
+    const QString data = spkCombo->currentData().toString();
+    const QString device =
+        data.isEmpty() ? zl::Config::instance().section(QStringLiteral("audio")).value("default_spk_device").toString()
+                       : data;
+    zl::audio::AudioMixer::instance().setSpkDevice(device);
+}
+
+void MainWindow::applyMicDevice()
+{
+    QString device = micCombo->currentData().toString();
+    if (device.isEmpty())
+        device = zl::Config::instance().section(QStringLiteral("audio")).value("default_mic_device").toString();
+    zl::audio::AudioMixer::instance().setMicDevice(device);
+}
+
+void MainWindow::loadModeAudio(const QString& modeKey)
+{
+    zl::Config& config = zl::Config::instance();
+    const QJsonObject defaults = config.section(QStringLiteral("audio"));
+    const QJsonObject audio = config.section(modeKey).value(QStringLiteral("audio")).toObject();
+    const QString micDevice = audio.value(QStringLiteral("mic_device")).toString();
+    const QString spkDevice = audio.value(QStringLiteral("spk_device")).toString();
+    const int micVolume = audio.value(QStringLiteral("mic_volume"))
+                              .toInt(defaults.value(QStringLiteral("default_mic_volume")).toInt(100));
+    const int spkVolume =
+        audio.value(QStringLiteral("spk_volume")).toInt(defaults.value(QStringLiteral("default_spk_volume")).toInt(80));
+
+    const QSignalBlocker b1(micCombo), b2(spkCombo), b3(micSlider), b4(spkSlider);
+    const auto pick = [](QComboBox* combo, const QString& device) {
+        const int at = device.isEmpty() ? -1 : combo->findData(device, Qt::UserRole, Qt::MatchCaseSensitive);
+        combo->setCurrentIndex(at >= 0 ? at : 0);
+    };
+    pick(micCombo, micDevice);
+    pick(spkCombo, spkDevice);
+    micSlider->setValue(micVolume);
+    spkSlider->setValue(spkVolume);
+    zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
+    mixer.setSpkVolume(spkVolume);
+    QString spk = spkDevice.isEmpty() ? defaults.value(QStringLiteral("default_spk_device")).toString() : spkDevice;
+    if (spk.startsWith(QLatin1String("switch:")))
+        spk.clear();
+    mixer.setSpkDevice(spk);
+    applyMicDevice();
+}
+
+void MainWindow::saveModeAudio(bool silent)
+{
+    BaseModePage* page = pages.value(activeMode);
+    if (!page)
+        return;
+    zl::Config& config = zl::Config::instance();
+    QJsonObject section = config.section(page->modeKey());
+    QJsonObject audio = section.value(QStringLiteral("audio")).toObject();
+    audio.insert(QStringLiteral("mic_device"), micCombo->currentData().toString());
+    audio.insert(QStringLiteral("spk_device"), spkCombo->currentData().toString());
+    audio.insert(QStringLiteral("mic_volume"), micSlider->value());
+    audio.insert(QStringLiteral("spk_volume"), spkSlider->value());
+    section.insert(QStringLiteral("audio"), audio);
+    if (silent)
+        config.setSectionSilent(page->modeKey(), section);
+    else
+        config.setSection(page->modeKey(), section);
+    // Nothing is written to disk while transmitting: a slow disk must not stall the audio.
+    if (pttButton->isChecked())
+        pendingConfigSave = true;
+    else
+        config.save();
+}
+
+void MainWindow::fitToScreen()
+{
+    constexpr int marginX = 24;
+    constexpr int marginY = 48;
+    QScreen* screen = this->screen() ? this->screen() : QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    const int maxWidth = area.width() - marginX;
+    const int maxHeight = area.height() - marginY;
+    QSize size = this->size();
+    if (maxWidth > 0)
+        size.setWidth(qMin(size.width(), maxWidth));
+    if (maxHeight > 0)
+        size.setHeight(qMin(size.height(), maxHeight));
+    if (size != this->size())
+        resize(size);
+    QRect frame = frameGeometry();
+    int x = frame.x();
+    int y = frame.y();
+    if (x < area.left())
+        x = area.left() + marginX / 2;
+    if (y < area.top())
+        y = area.top() + marginY / 2;
+    if (x + frame.width() > area.right() + 1)
+        x = qMax(area.left(), area.right() + 1 - frame.width());
+    if (y + frame.height() > area.bottom() + 1)
+        y = qMax(area.top(), area.bottom() + 1 - frame.height());
+    if (x != frame.x() || y != frame.y())
+        move(x, y);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    zl::Config& config = zl::Config::instance();
+    config.setWindowGeometry(QStringLiteral("main"), saveGeometry());
+    config.setWindowState(QStringLiteral("main"), saveState());
+    QMainWindow::closeEvent(event);
 }

@@ -1,12 +1,120 @@
 #pragma once
 
+#include <QHash>
 #include <QMainWindow>
+#include <QMetaObject>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
 
-// The hub window of the program.
+class BaseModePage;
+class QButtonGroup;
+class QComboBox;
+class QGroupBox;
+class QLabel;
+class QMessageBox;
+class QProgressBar;
+class QPushButton;
+class QSlider;
+class QStackedWidget;
+class QTableWidget;
+class QTimer;
+
+// The hub window of the program: mode cards, the page of each mode, the last-heard list,
+// the audio rows and the push-to-talk button. It decides which mode is active and turns a
+// press of PTT into a transmission of that mode.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
     explicit MainWindow(QWidget* parent = nullptr);
     ~MainWindow() override;
+
+    static constexpr int kMaxLastHeard = 50;
+    // "12.3 s" below a minute, "m:ss" from there.
+    static QString formatDuration(qint64 ms);
+
+public slots:
+    void openSettings();
+    void selectMode(const QString& mode);
+    void onPttToggled(bool on);
+    void refreshCard(const QString& mode);
+    void tickFakeMeters();
+    void tickClock();
+    void updateDatabases();
+    void onConfigChanged();
+    void openDetachedLastHeard();
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void buildAudioRows(class QVBoxLayout* layout);
+    void buildToolBar();
+    void buildStatusStrip();
+    void showAbout();
+    void updateAmbeStatus();
+    void updateDmrStatus();
+    void applyPttConfig();
+    void updateTxLabel();
+    void fitToScreen();
+
+    void writePageLine(const QStringList& values);
+    // Inserts a row at the top with the nine values; rows beyond the cap go.
+    void insertRow(const QStringList& values, const QColor& background);
+    void trimRows();
+    void clearRowColour(int row);
+    void saveLastHeard();
+    void loadLastHeard();
+    void closeTxRow();
+    void openTxRow();
+
+    void loadModeAudio(const QString& modeKey);
+    void saveModeAudio(bool silent);
+    void applyMicDevice();
+    void refreshAudioDevices();
+    void onSpkComboChanged();
+    void onMuteToggled(QPushButton* button, bool muted, bool mic);
+
+    QStringList modes;
+    QHash<QString, BaseModePage*> pages;
+    QHash<QString, QPushButton*> cards;
+    QButtonGroup* modeGroup = nullptr;
+    QString activeMode;
+    bool pttActive = false;
+    QString txMode;
+    QString txPeerLabel;
+    int txSlot = 0;
+    int pttKey = 0;
+    bool pttKbdHold = true;
+    bool pttMouseHold = false;
+    bool pendingConfigSave = false;
+    QHash<quint32, int> liveRows;
+    int txRow = -1;
+    qint64 txStartMs = 0;
+    QTimer* audioSaveTimer = nullptr;
+    QTimer* clockTimer = nullptr;
+    QTimer* meterTimer = nullptr;
+
+    QStackedWidget* stack = nullptr;
+    QGroupBox* lastHeardGroup = nullptr;
+    QTableWidget* lastHeard = nullptr;
+    QPushButton* micMute = nullptr;
+    QPushButton* spkMute = nullptr;
+    QComboBox* micCombo = nullptr;
+    QComboBox* spkCombo = nullptr;
+    QProgressBar* micLevel = nullptr;
+    QProgressBar* spkLevel = nullptr;
+    QSlider* micSlider = nullptr;
+    QSlider* spkSlider = nullptr;
+    QLabel* txLabel = nullptr;
+    QPushButton* pttButton = nullptr;
+    QLabel* ambeDot = nullptr;
+    QLabel* ambeText = nullptr;
+    QLabel* dmrDot = nullptr;
+    QLabel* dmrText = nullptr;
+    QLabel* callLabel = nullptr;
+    QLabel* clockLabel = nullptr;
+    QPointer<QMessageBox> aboutBox;
 };

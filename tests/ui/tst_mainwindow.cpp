@@ -1,0 +1,398 @@
+#include "TempConfigHome.h"
+#include "app/Config.h"
+#include "db/ServerRegistry.h"
+#include "ui/BaseModePage.h"
+#include "ui/MainWindow.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QGroupBox>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QStackedWidget>
+#include <QTableWidget>
+#include <QTest>
+
+#include <memory>
+
+using namespace zl;
+
+namespace {
+
+const QStringList kModes = {"AllStar", "APRS", "D-STAR", "DMR",    "DMR SMS", "Echolink",
+                            "M17",     "NXDN", "P25",    "POCSAG", "SvxLink", "YSF"};
+
+void setGeneral(const QString& key, const QJsonValue& value)
+{
+    QJsonObject general = Config::instance().section("general");
+    general.insert(key, value);
+    Config::instance().setSection("general", general);
+}
+
+QPushButton* ptt(MainWindow& w)
+{
+    return w.findChild<QPushButton*>("ptt");
+}
+
+QTableWidget* table(MainWindow& w)
+{
+    return w.findChild<QTableWidget*>("lastHeard");
+}
+
+BaseModePage* page(MainWindow& w, const QString& mode)
+{
+    auto* stack = w.findChild<QStackedWidget*>("modeStack");
+    for (int i = 0; i < stack->count(); ++i) {
+        auto* p = qobject_cast<BaseModePage*>(stack->widget(i));
+        if (p && p->mode() == mode)
+            return p;
+    }
+    return nullptr;
+}
+
+QString cardText(MainWindow& w, const QString& mode)
+{
+    auto* card = w.findChild<QPushButton*>("card_" + BaseModePage::keyOf(mode));
+    auto* label = card ? card->findChild<QLabel*>("cardLabel") : nullptr;
+    return label ? label->text() : QString();
+}
+
+QString cell(MainWindow& w, int row, int column)
+{
+    QTableWidgetItem* item = table(w)->item(row, column);
+    return item ? item->text() : QStringLiteral("<none>");
+}
+
+void sendKey(QWidget* to, QEvent::Type type, int key, bool autoRepeat = false)
+{
+    QKeyEvent event(type, key, Qt::NoModifier, QString(), autoRepeat);
+    QApplication::sendEvent(to, &event);
+}
+
+void emitLine(BaseModePage* p, const QString& call)
+{
+    emit p->lastHeardLine("12:00:00", call, "", p->mode(), "REF001", "", "", "");
+}
+
+} // namespace
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+
+private:
+    TempConfigHome home;
+
+    // A fresh configuration for each case: no AMBE probing, one selectable D-STAR server.
+    void resetConfig(const QJsonObject& general = {})
+    {
+        Config& config = Config::instance();
+        for (const char* name : {"general", "lastheard", "windows", "dstar", "d-star", "p25", "dmr"})
+            config.setSection(QString::fromLatin1(name), {});
+        config.setSection("hardware", QJsonObject{{"ambe_md380_enabled", false}});
+        config.setSection("general", general);
+        config.setSection("d-star", QJsonObject{{"selected_server_ids", QJsonArray{"d-star-REF001"}}});
+        config.save();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        const QString path = ServerRegistry::cachePath("D-STAR");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"([{"id": "d-star-REF001", "name": "REF001", "host": "127.0.0.1", "port": 20001}])");
+    }
+
+    void durationFormat()
+    {
+        QCOMPARE(MainWindow::formatDuration(0), QString("0.0 s"));
+        QCOMPARE(MainWindow::formatDuration(1240), QString("1.2 s"));
+        QCOMPARE(MainWindow::formatDuration(59940), QString("59.9 s"));
+        QCOMPARE(MainWindow::formatDuration(60000), QString("1:00"));
+        QCOMPARE(MainWindow::formatDuration(125999), QString("2:05"));
+        QCOMPARE(MainWindow::formatDuration(3600000), QString("60:00"));
+    }
+
+    void cardsInOrderWithStateWordsAndColours()
+    {
+        resetConfig();
+        MainWindow w;
+        QStringList order;
+        for (QPushButton* button : w.findChildren<QPushButton*>()) {
+            if (button->property("card").toBool())
+                order << button->objectName();
+        }
+        QStringList expected;
+        for (const QString& mode : kModes)
+            expected << "card_" + BaseModePage::keyOf(mode);
+        QCOMPARE(order, expected);
+        QCOMPARE(expected.at(2), QString("card_dstar"));
+        QCOMPARE(expected.at(4), QString("card_dmrsms"));
+
+        for (const QString& mode : kModes) {
+            const QString text = cardText(w, mode);
+            QVERIFY2(text.contains(">" + mode + " <span style='color:#777;font-size:14pt;'>●</span>"),
+                     qPrintable(text));
+        }
+        // Off: no server text yet for most modes, and the state word as second line.
+        QVERIFY(cardText(w, "P25").contains("font-size:9pt;'>—</div>"));
+        QVERIFY(cardText(w, "P25").endsWith("font-size:9pt;'>off</div>"));
+        QVERIFY(cardText(w, "D-STAR").contains("font-size:9pt;'>REF001</div>"));
+
+        BaseModePage* dstar = page(w, "D-STAR");
+        dstar->findChild<QCheckBox*>()->setChecked(true);
+        QVERIFY(cardText(w, "D-STAR").contains("color:#e0b020;"));
+        QVERIFY(cardText(w, "D-STAR").endsWith(">wait</div>"));
+
+        QSignalSpy connected(dstar, &BaseModePage::connectedChanged);
+        auto* connect = dstar->findChild<QPushButton*>();
+        QCOMPARE(connect->text(), QString("Connect"));
+        QVERIFY(connect->isEnabled());
+        connect->click();
+        QCOMPARE(connected.size(), 1);
+        QCOMPARE(connect->text(), QString("Disconnect"));
+        QVERIFY(cardText(w, "D-STAR").contains("color:#39c34a;"));
+        QVERIFY(cardText(w, "D-STAR").endsWith(">conn</div>"));
+
+        // A page without servers cannot connect at all.
+        QVERIFY(!page(w, "P25")->findChild<QPushButton*>()->isEnabled());
+        // The toggle is stored in the mode's own section.
+        QCOMPARE(Config::instance().section("dstar").value("enabled"), QJsonValue(true));
+    }
+
+    void defaultModeIsSelected_data()
+    {
+        QTest::addColumn<QJsonObject>("general");
+        QTest::addColumn<QString>("mode");
+        QTest::newRow("unset") << QJsonObject() << "DMR";
+        QTest::newRow("P25") << QJsonObject{{"default_mode", "P25"}} << "P25";
+        QTest::newRow("unknown") << QJsonObject{{"default_mode", "FM"}} << "";
+    }
+
+    void defaultModeIsSelected()
+    {
+        QFETCH(QJsonObject, general);
+        QFETCH(QString, mode);
+        resetConfig(general);
+        MainWindow w;
+        auto* stack = w.findChild<QStackedWidget*>("modeStack");
+        QStringList checked;
+        for (const QString& m : kModes) {
+            if (w.findChild<QPushButton*>("card_" + BaseModePage::keyOf(m))->isChecked())
+                checked << m;
+        }
+        if (mode.isEmpty()) {
+            QCOMPARE(checked, QStringList());
+            QCOMPARE(stack->currentIndex(), 0);
+        } else {
+            QCOMPARE(checked, QStringList{mode});
+            QCOMPARE(qobject_cast<BaseModePage*>(stack->currentWidget())->mode(), mode);
+        }
+    }
+
+    void messageModesReleaseAndDisablePtt()
+    {
+        resetConfig();
+        MainWindow w;
+        auto* group = w.findChild<QGroupBox*>("lastHeardGroup");
+        for (const QString mode : {"APRS", "POCSAG", "DMR SMS"}) {
+            w.selectMode("P25");
+            QVERIFY(!group->isHidden());
+            ptt(w)->click();
+            QVERIFY(ptt(w)->isChecked());
+            w.selectMode(mode);
+            QVERIFY2(!ptt(w)->isChecked(), qPrintable(mode));
+            QVERIFY(!ptt(w)->isEnabled());
+            QVERIFY(group->isHidden());
+            QVERIFY(w.findChild<QPushButton*>("card_" + BaseModePage::keyOf(mode))->isChecked());
+        }
+        w.selectMode("YSF");
+        QVERIFY(ptt(w)->isEnabled());
+        QVERIFY(!group->isHidden());
+    }
+
+    void keyboardPttHoldAndToggle()
+    {
+        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_F5)}, {"default_mode", "P25"}});
+        MainWindow w;
+        QWidget* target = w.findChild<QStackedWidget*>("modeStack");
+
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5);
+        QVERIFY(ptt(w)->isChecked());
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5, true);
+        QVERIFY(ptt(w)->isChecked());
+        sendKey(target, QEvent::KeyRelease, Qt::Key_F5, true);
+        QVERIFY(ptt(w)->isChecked());
+        sendKey(target, QEvent::KeyRelease, Qt::Key_F5);
+        QVERIFY(!ptt(w)->isChecked());
+        // Another key does nothing.
+        sendKey(target, QEvent::KeyPress, Qt::Key_F6);
+        QVERIFY(!ptt(w)->isChecked());
+
+        // Toggle: each press flips, releases and repeats do nothing. Read from the
+        // configuration when it changes.
+        setGeneral("ptt_kbd_hold", false);
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5);
+        sendKey(target, QEvent::KeyRelease, Qt::Key_F5);
+        QVERIFY(ptt(w)->isChecked());
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5, true);
+        sendKey(target, QEvent::KeyRelease, Qt::Key_F5, true);
+        QVERIFY(ptt(w)->isChecked());
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5);
+        QVERIFY(!ptt(w)->isChecked());
+
+        // No key configured: the filter leaves the application.
+        setGeneral("ptt_key", 0);
+        sendKey(target, QEvent::KeyPress, Qt::Key_F5);
+        QVERIFY(!ptt(w)->isChecked());
+    }
+
+    void pttKeyTypesInTextFields()
+    {
+        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_Space)}, {"default_mode", "P25"}});
+        MainWindow w;
+        w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        auto* edit = page(w, "P25")->findChild<QLineEdit*>();
+        QVERIFY(edit);
+        edit->setFocus();
+        QTRY_COMPARE(QApplication::focusWidget(), edit);
+        QTest::keyClick(edit, Qt::Key_Space);
+        QTest::keyClick(edit, Qt::Key_A);
+        QVERIFY(!ptt(w)->isChecked());
+        QCOMPARE(edit->text(), QString(" a"));
+
+        // Focus elsewhere: the same key transmits and is not typed.
+        ptt(w)->setFocus();
+        QTRY_COMPARE(QApplication::focusWidget(), ptt(w));
+        QTest::keyPress(ptt(w), Qt::Key_Space);
+        QVERIFY(ptt(w)->isChecked());
+        QTest::keyRelease(ptt(w), Qt::Key_Space);
+        QVERIFY(!ptt(w)->isChecked());
+        QCOMPARE(edit->text(), QString(" a"));
+    }
+
+    void mouseHoldAndLatch()
+    {
+        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        MainWindow w;
+        QTest::mouseClick(ptt(w), Qt::LeftButton);
+        QVERIFY(ptt(w)->isChecked());
+        QTest::mouseClick(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
+
+        setGeneral("ptt_mouse_hold", true);
+        QTest::mousePress(ptt(w), Qt::LeftButton);
+        QVERIFY(ptt(w)->isChecked());
+        QTest::mouseRelease(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
+        // A press on the disabled button passes on and does nothing.
+        w.selectMode("APRS");
+        QTest::mousePress(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
+    }
+
+    void pttWritesATxRow()
+    {
+        resetConfig(QJsonObject{{"default_mode", "P25"}, {"callsign", "XX0ABC"}});
+        MainWindow w;
+        ptt(w)->click();
+        QCOMPARE(table(w)->rowCount(), 1);
+        QCOMPARE(cell(w, 0, 1), QString("XX0ABC"));
+        QCOMPARE(cell(w, 0, 3), QString("P25"));
+        QCOMPARE(cell(w, 0, 5), QString("(TX)"));
+        QCOMPARE(cell(w, 0, 6), QString());
+        QCOMPARE(table(w)->item(0, 0)->background().color(), QColor(220, 40, 40, 64));
+        ptt(w)->click();
+        QCOMPARE(table(w)->rowCount(), 1);
+        QVERIFY(cell(w, 0, 6).endsWith(" s"));
+        QCOMPARE(table(w)->item(0, 0)->background().style(), Qt::NoBrush);
+
+        // DMR with no peers: the row carries the slot, 0.
+        w.selectMode("DMR");
+        ptt(w)->click();
+        QCOMPARE(cell(w, 0, 3), QString("DMR"));
+        QCOMPARE(cell(w, 0, 5), QString("TS0"));
+        ptt(w)->click();
+        QCOMPARE(Config::instance().section("lastheard").value("entries").toArray().size(), 2);
+    }
+
+    void lastHeardKeepsFiftyNewestFirstAcrossRestart()
+    {
+        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        {
+            MainWindow w;
+            BaseModePage* m17 = page(w, "M17");
+            for (int i = 0; i < 55; ++i) {
+                emitLine(m17, QStringLiteral("C%1").arg(i));
+                QVERIFY(table(w)->rowCount() <= MainWindow::kMaxLastHeard);
+            }
+            QCOMPARE(table(w)->rowCount(), 50);
+            QCOMPARE(cell(w, 0, 1), QString("C54"));
+            QCOMPARE(cell(w, 49, 1), QString("C5"));
+            QCOMPARE(cell(w, 0, 3), QString("M17"));
+            QCOMPARE(cell(w, 0, 4), QString("M17"));
+            QCOMPARE(cell(w, 0, 5), QString("REF001"));
+        }
+        // What is on disk is what the next start shows.
+        const Config onDisk(home.configFile());
+        const QJsonArray entries = onDisk.section("lastheard").value("entries").toArray();
+        QCOMPARE(entries.size(), 50);
+        QCOMPARE(entries.first().toObject().value("call").toString(), QString("C54"));
+        QCOMPARE(entries.first().toObject().keys(),
+                 (QStringList{"call", "country", "dur", "loss", "mode", "rssi", "server", "target", "time"}));
+
+        MainWindow again;
+        QCOMPARE(table(again)->rowCount(), 50);
+        QCOMPARE(cell(again, 0, 1), QString("C54"));
+        QCOMPARE(cell(again, 49, 1), QString("C5"));
+        QCOMPARE(cell(again, 0, 0), QString("12:00:00"));
+    }
+
+    void storedListIsCutToFifty()
+    {
+        resetConfig();
+        QJsonArray many;
+        for (int i = 0; i < 60; ++i)
+            many.append(QJsonObject{{"call", QStringLiteral("S%1").arg(i)}});
+        Config::instance().setSection("lastheard", QJsonObject{{"entries", many}});
+        MainWindow w;
+        QCOMPARE(table(w)->rowCount(), 50);
+        QCOMPARE(cell(w, 0, 1), QString("S0"));
+        QCOMPARE(cell(w, 49, 1), QString("S49"));
+    }
+
+    void geometryIsSavedAndFitsTheScreen()
+    {
+        resetConfig();
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        {
+            MainWindow w;
+            // The default size is cut to the screen less the margins.
+            QVERIFY(w.width() <= area.width() - 24);
+            QVERIFY(w.height() <= area.height() - 48);
+            w.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&w));
+            w.resize(w.minimumWidth() + 10, w.minimumHeight() + 10);
+            w.close();
+        }
+        QVERIFY(!Config::instance().windowGeometry("main").isEmpty());
+        QVERIFY(!Config::instance().windowState("main").isEmpty());
+        QVERIFY(!Config(home.configFile()).windowGeometry("main").isEmpty());
+        MainWindow again;
+        QCOMPARE(again.width(), again.minimumWidth() + 10);
+        QCOMPARE(again.height(), again.minimumHeight() + 10);
+    }
+};
+
+QTEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"
