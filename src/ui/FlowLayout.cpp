@@ -40,7 +40,11 @@ QSize FlowLayout::minimumSize() const
 void FlowLayout::setGeometry(const QRect& rect)
 {
     QLayout::setGeometry(rect);
-    arrange(rect, true);
+    const int height = arrange(rect, true);
+    // Box layouts do not ask a child for its height at the width it gets: keep the
+    // wrapped lines from being cut by raising the widget's minimum height instead.
+    if (QWidget* owner = parentWidget(); owner && owner->layout() == this && owner->minimumHeight() != height)
+        owner->setMinimumHeight(height);
 }
 
 int FlowLayout::arrange(const QRect& rect, bool place) const

@@ -33,6 +33,7 @@
 #include <QPushButton>
 #include <QRandomGenerator64>
 #include <QScreen>
+#include <QScrollArea>
 #include <QSlider>
 #include <QStackedWidget>
 #include <QStatusBar>
@@ -138,7 +139,12 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     }
     for (const QString& mode : std::as_const(modes))
         refreshCard(mode);
-    layout->addWidget(stack, 1);
+    // A page taller than the space left scrolls instead of being squeezed.
+    auto* pageScroll = new QScrollArea;
+    pageScroll->setWidgetResizable(true);
+    pageScroll->setFrameShape(QFrame::NoFrame);
+    pageScroll->setWidget(stack);
+    layout->addWidget(pageScroll, 3);
 
     lastHeardGroup = new QGroupBox(QStringLiteral("Last heard (all active modes — click for large view)"));
     lastHeardGroup->setObjectName(QStringLiteral("lastHeardGroup"));
@@ -155,7 +161,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     lastHeard->setMinimumHeight(zl::uiScale(140));
     groupLayout->addWidget(lastHeard);
     connect(lastHeard, &QTableWidget::cellClicked, this, &MainWindow::openDetachedLastHeard);
-    layout->addWidget(lastHeardGroup);
+    layout->addWidget(lastHeardGroup, 2);
 
     buildAudioRows(layout);
 

@@ -392,6 +392,21 @@ private slots:
         QCOMPARE(again.width(), again.minimumWidth() + 10);
         QCOMPARE(again.height(), again.minimumHeight() + 10);
     }
+
+    void screenshotForReview()
+    {
+        resetConfig(QJsonObject{{"callsign", "XX0ABC"}});
+        QFile style(QStringLiteral(ZL_SOURCE_DIR "/assets/style.qss"));
+        QVERIFY(style.open(QIODevice::ReadOnly));
+        qApp->setStyleSheet(QString::fromUtf8(style.readAll()));
+        MainWindow w;
+        emitLine(page(w, "YSF"), "XX1YSF");
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        const QPixmap shot = w.grab();
+        QVERIFY(!shot.isNull());
+        QVERIFY(shot.save(QStringLiteral(ZL_ARTIFACT_DIR "/mainwindow.png")));
+    }
 };
 
 QTEST_MAIN(TestMainWindow)
