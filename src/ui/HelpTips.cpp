@@ -26,6 +26,11 @@ HelpTips::HelpTips()
     qApp->installEventFilter(this);
 }
 
+bool HelpTips::isEnabled() const
+{
+    return Config::instance().section(kGeneral).value(kEnabledKey).toBool(true);
+}
+
 void HelpTips::setEnabled(bool on)
 {
     Config& config = Config::instance();
@@ -33,6 +38,20 @@ void HelpTips::setEnabled(bool on)
     general.insert(kEnabledKey, on);
     config.setSection(kGeneral, general);
     config.save();
+    if (!on)
+        QToolTip::hideText();
+}
+
+QString HelpTips::helpTextFor(const QObject* widget)
+{
+    for (const QObject* at = widget; at && at->isWidgetType(); at = at->parent()) {
+        const QString help = at->property("helpText").toString();
+        if (!help.isEmpty())
+            return help;
+        if (static_cast<const QWidget*>(at)->isWindow())
+            break;
+    }
+    return {};
 }
 
 bool HelpTips::eventFilter(QObject* watched, QEvent* event)
@@ -40,12 +59,16 @@ bool HelpTips::eventFilter(QObject* watched, QEvent* event)
     // QEvent::ToolTip is what Qt sends when the pointer has rested on a widget.
     if (event->type() != QEvent::ToolTip || !watched->isWidgetType())
         return false;
-    const QString help = watched->property("helpText").toString();
+    auto* widget = static_cast<QWidget*>(watched);
+    if (!isEnabled())
+        return false;
+    // A tool tip of the widget's own goes before the help text of a parent.
+    QString help = widget->property("helpText").toString();
+    if (help.isEmpty() && widget->toolTip().isEmpty())
+        help = helpTextFor(widget);
     if (help.isEmpty())
         return false;
-    if (!Config::instance().section(kGeneral).value(kEnabledKey).toBool(true))
-        return false;
-    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), help, static_cast<QWidget*>(watched));
+    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), help, widget);
     return true;
 }
 

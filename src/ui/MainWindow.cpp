@@ -113,6 +113,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         card->setProperty("card", true);
         card->setCheckable(true);
         card->setMinimumSize(zl::uiScale(150), zl::uiScale(70));
+        card->setProperty("helpText", QStringLiteral("%1: click to make it the active mode. PTT and the audio "
+                                                     "fields below act on the active mode; all enabled modes keep "
+                                                     "receiving.")
+                                          .arg(mode));
         modeGroup->addButton(card);
         cards.insert(mode, card);
         flow->addWidget(card);
@@ -148,6 +152,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 
     lastHeardGroup = new QGroupBox(QStringLiteral("Last heard (all active modes — click for large view)"));
     lastHeardGroup->setObjectName(QStringLiteral("lastHeardGroup"));
+    lastHeardGroup->setProperty("helpText", QStringLiteral("The newest 50 stations heard and your own transmissions, "
+                                                           "newest on top. Kept across restarts."));
     auto* groupLayout = new QVBoxLayout(lastHeardGroup);
     lastHeard = new QTableWidget(0, int(kLastHeardKeys.size()));
     lastHeard->setObjectName(QStringLiteral("lastHeard"));
@@ -254,6 +260,8 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
     pttButton = new QPushButton(QStringLiteral("PTT"));
     pttButton->setObjectName(QStringLiteral("ptt"));
     pttButton->setCheckable(true);
+    pttButton->setProperty("helpText", QStringLiteral("Push to talk on the active mode. A key can be bound in the "
+                                                      "settings; it never fires while you type in a text field."));
     layout->addWidget(pttButton);
     connect(pttButton, &QPushButton::toggled, this, &MainWindow::onPttToggled);
 
