@@ -38,6 +38,8 @@ public:
     // Chips being probed or in use, whatever their state.
     int chipCount() const;
     int leasedCount() const;
+    // The "dv3000-worker" thread, home of every chip and of the objects that talk to them.
+    QThread* workerThread() const { return worker; }
 
     // Where FTDI ports come from: the system locations of vendor 0x0403 ports by default.
     // Tests hand in pseudo-terminals.
