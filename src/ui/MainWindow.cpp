@@ -5,9 +5,12 @@
 #include "app/StyleSheet.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
+#include "dmr/DmrPeerManager.h"
+#include "dmr/DmrVoiceEncoder.h"
 #include "dmr/Peer.h"
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
+#include "ui/DmrModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/ModePage.h"
 
@@ -124,11 +127,15 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     }
     layout->addWidget(cardArea);
 
-    // Pages of modes whose own page is not built yet are the generic page for now.
+    // Modes whose own page is not built yet show the generic page for now.
     stack = new QStackedWidget;
     stack->setObjectName(QStringLiteral("modeStack"));
     for (const QString& mode : std::as_const(modes)) {
-        BaseModePage* page = new ModePage(mode);
+        BaseModePage* page = nullptr;
+        if (mode == QLatin1String("DMR"))
+            page = new DmrModePage;
+        else
+            page = new ModePage(mode);
         pages.insert(mode, page);
         stack->addWidget(page);
         connect(page, &BaseModePage::enabledChanged, this, [this, mode] { refreshCard(mode); });
@@ -370,6 +377,14 @@ void MainWindow::buildStatusStrip()
 
     group(QStringLiteral("DMR:"), dmrDot, dmrText, "#888", QStringLiteral("no peers"));
     dmrText->setObjectName(QStringLiteral("dmrStatus"));
+    zl::dmr::DmrPeerManager& peers = zl::dmr::DmrPeerManager::instance();
+    connect(&peers, &zl::dmr::DmrPeerManager::changed, this, &MainWindow::updateDmrStatus);
+    connect(&peers, &zl::dmr::DmrPeerManager::callHeard, this, &MainWindow::onCallHeard);
+    connect(&peers, &zl::dmr::DmrPeerManager::callEnded, this, &MainWindow::onCallEnded);
+    // Made before the window's own configChanged connection, so the peers are current
+    // when the pages reload.
+    connect(&zl::Config::instance(), &zl::Config::configChanged, &peers, &zl::dmr::DmrPeerManager::reload);
+    peers.reload();
     updateDmrStatus();
 }
 
@@ -393,9 +408,18 @@ void MainWindow::updateAmbeStatus()
 
 void MainWindow::updateDmrStatus()
 {
-    // The peer manager is not part of the program yet: no peer is ever connected.
-    dmrDot->setStyleSheet(QStringLiteral("color:#888; font-size:14px;"));
-    dmrText->setText(QStringLiteral("no peers"));
+    const zl::dmr::DmrPeerManager& peers = zl::dmr::DmrPeerManager::instance();
+    const int total = int(peers.peerTable().size());
+    const int up = peers.connectedCount();
+    if (total == 0) {
+        dmrDot->setStyleSheet(QStringLiteral("color:#888; font-size:14px;"));
+        dmrText->setText(QStringLiteral("no peers"));
+        return;
+    }
+    dmrDot->setStyleSheet(up == total ? QStringLiteral("color:#39c34a; font-size:14px;")
+                                      : QStringLiteral("color:#e0b020; font-size:14px;"));
+    dmrText->setText(
+        QStringLiteral("%1/%2 peer%3 connected").arg(up).arg(total).arg(total >= 2 ? QStringLiteral("s") : ""));
 }
 
 void MainWindow::openSettings()
@@ -598,7 +622,10 @@ void MainWindow::onPttToggled(bool on)
     }
     mixer.setPttActive(on);
 
+    if (on && txMode == QLatin1String("DMR") && !dmrEncoder)
+        startDmrTransmission();
     if (!on) {
+        stopDmrTransmission();
         if (pendingConfigSave) {
             pendingConfigSave = false;
             zl::Config::instance().save();
@@ -608,6 +635,93 @@ void MainWindow::onPttToggled(bool on)
     }
     if (txRow < 0)
         openTxRow();
+}
+
+void MainWindow::startDmrTransmission()
+{
+    const quint8 slot = quint8(txSlot != 0 ? txSlot : 2);
+    zl::dmr::DmrPeerManager& peers = zl::dmr::DmrPeerManager::instance();
+    zl::dmr::DmrPeerClient* client = peers.clientFor(txPeerLabel);
+    quint32 src = 0;
+    quint32 dst = 0;
+    bool privateCall = false;
+    if (const std::optional<zl::dmr::Peer> peer = findPeer(txPeerLabel)) {
+        dst = peer->active_tg;
+        privateCall = peer->private_call;
+        QString id = peer->dmrid_override;
+        if (id.isEmpty() && !peer->identity_label.isEmpty()) {
+            for (const zl::Identity& identity : zl::identities(QStringLiteral("dmr"))) {
+                if (identity.label == peer->identity_label)
+                    id = identity.id_field;
+            }
+        }
+        bool ok = false;
+        const qulonglong value = id.trimmed().toULongLong(&ok);
+        src = ok && value <= 0xffffffffULL ? quint32(value) : 0;
+    }
+    if (!client || src == 0 || dst == 0) {
+        qWarning().noquote() << "DMR-TX: cannot start — client=" << (client ? "ok" : "null") << "srcDmrId=" << src
+                             << "dstTg=" << dst;
+        return;
+    }
+    dmrEncoder = new zl::dmr::DmrVoiceEncoder(client);
+    dmrEncoder->moveToThread(zl::hw::Dv3000Pool::instance()->workerThread());
+    dmrMicConnection = connect(&zl::audio::AudioMixer::instance(), &zl::audio::AudioMixer::micPcmReady, dmrEncoder,
+                               &zl::dmr::DmrVoiceEncoder::feedPcm, Qt::QueuedConnection);
+    zl::dmr::DmrVoiceEncoder* encoder = dmrEncoder;
+    QMetaObject::invokeMethod(
+        encoder, [encoder, slot, src, dst, privateCall] { encoder->startStream(slot, src, dst, privateCall); },
+        Qt::QueuedConnection);
+    QStringList connected;
+    for (const zl::dmr::DmrPeerManager::PeerRow& row : peers.peerTable()) {
+        if (row.stateText == QLatin1String("connected"))
+            connected << row.label;
+    }
+    qInfo().noquote() << "DMR-TX started: src=" << src << "dst=" << dst << "slot=" << int(slot) << "via" << txPeerLabel
+                      << "| connected peers:" << connected.join(QStringLiteral(", "))
+                      << QStringLiteral("(TX packets go ONLY to '%1')").arg(txPeerLabel);
+}
+
+void MainWindow::stopDmrTransmission()
+{
+    if (!dmrEncoder)
+        return;
+    disconnect(dmrMicConnection);
+    // Blocking, so that the terminator is out before the object goes.
+    zl::dmr::DmrVoiceEncoder* encoder = dmrEncoder;
+    QMetaObject::invokeMethod(
+        encoder, [encoder] { encoder->stopStream(); }, Qt::BlockingQueuedConnection);
+    encoder->deleteLater();
+    dmrEncoder = nullptr;
+}
+
+void MainWindow::onCallHeard(const QString&, const QString& networkName, uint srcId, uint dstId, uchar slot,
+                             uint streamId, bool privateCall)
+{
+    // The callsigns of the user database come later; the ids stand for now.
+    const QString call = QString::number(srcId);
+    const QString target = privateCall ? QStringLiteral("PC %1 TS%2").arg(dstId).arg(slot)
+                                       : QStringLiteral("TG %1 TS%2").arg(dstId).arg(slot);
+    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss"));
+    insertRow({time, call, QString(), QStringLiteral("DMR"), networkName, target, QString(), QString(), QString()},
+              kRxBackground);
+    liveRows.insert(streamId, 0);
+    trimRows();
+    saveLastHeard();
+}
+
+void MainWindow::onCallEnded(const QString&, uint streamId, qlonglong durationMs)
+{
+    const auto it = liveRows.constFind(streamId);
+    if (it == liveRows.constEnd())
+        return;
+    const int row = it.value();
+    liveRows.erase(it);
+    if (row < 0 || row >= lastHeard->rowCount())
+        return;
+    clearRowColour(row);
+    lastHeard->item(row, kDurColumn)->setText(formatDuration(durationMs));
+    saveLastHeard();
 }
 
 void MainWindow::openTxRow()

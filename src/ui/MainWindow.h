@@ -8,6 +8,9 @@
 #include <QStringList>
 
 class BaseModePage;
+namespace zl::dmr {
+class DmrVoiceEncoder;
+}
 class QButtonGroup;
 class QComboBox;
 class QGroupBox;
@@ -60,6 +63,11 @@ private:
     void updateTxLabel();
     void fitToScreen();
 
+    void onCallHeard(const QString& peerLabel, const QString& networkName, uint srcId, uint dstId, uchar slot,
+                     uint streamId, bool privateCall);
+    void onCallEnded(const QString& peerLabel, uint streamId, qlonglong durationMs);
+    void startDmrTransmission();
+    void stopDmrTransmission();
     void writePageLine(const QStringList& values);
     // Inserts a row at the top with the nine values; rows beyond the cap go.
     void insertRow(const QStringList& values, const QColor& background);
@@ -93,6 +101,8 @@ private:
     QHash<quint32, int> liveRows;
     int txRow = -1;
     qint64 txStartMs = 0;
+    zl::dmr::DmrVoiceEncoder* dmrEncoder = nullptr;
+    QMetaObject::Connection dmrMicConnection;
     QTimer* audioSaveTimer = nullptr;
     QTimer* clockTimer = nullptr;
     QTimer* meterTimer = nullptr;

@@ -1,0 +1,128 @@
+#include "ui/DmrPeerRow.h"
+
+#include "app/Config.h"
+#include "app/Identity.h"
+#include "ui/BaseModePage.h"
+
+#include <QCheckBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QSpinBox>
+
+namespace zl::ui {
+
+DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(parent), peer(shown)
+{
+    setProperty("row", true);
+    setObjectName(QStringLiteral("peerRow_") + peer.label);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(6, 3, 6, 3);
+    dot = new QLabel(QStringLiteral("●"));
+    marker = new QLabel;
+    marker->setMinimumWidth(12);
+    name = new QLabel;
+    network = new QLabel;
+    onBox = new QCheckBox;
+    onBox->setToolTip(QStringLiteral("Peer on/off. Off = login stops."));
+    call = new QLabel;
+    tgSpin = new QSpinBox;
+    tgSpin->setRange(0, 16777215);
+    tgSpin->setToolTip(QStringLiteral("Talkgroup (or DMR ID for a private call) that PTT transmits to"));
+    callType = new QPushButton;
+    callType->setCheckable(true);
+    callType->setToolTip(
+        QStringLiteral("GC = group call to the TG. PC = private call: the field is the other station's DMR ID."));
+    editButton = new QPushButton(QStringLiteral("Edit"));
+    editButton->setProperty("variant", QStringLiteral("ghost"));
+    // Peers are edited in the settings dialog, which is not part of the program yet.
+    editButton->setEnabled(false);
+    layout->addWidget(dot);
+    layout->addWidget(marker);
+    layout->addWidget(name, 2);
+    layout->addWidget(network, 1);
+    layout->addWidget(onBox);
+    layout->addWidget(call, 1);
+    layout->addWidget(tgSpin);
+    layout->addWidget(callType);
+    layout->addWidget(editButton);
+    setStatus(QLatin1String(BaseModePage::kIdle), QString());
+    showPeer();
+
+    connect(onBox, &QCheckBox::toggled, this, [this](bool on) {
+        peer.auto_connect = on;
+        store();
+    });
+    connect(tgSpin, &QSpinBox::editingFinished, this, [this] {
+        if (peer.active_tg == quint32(tgSpin->value()))
+            return;
+        peer.active_tg = quint32(tgSpin->value());
+        store();
+    });
+    connect(callType, &QPushButton::toggled, this, [this](bool privateCall) {
+        peer.private_call = privateCall;
+        callType->setText(privateCall ? QStringLiteral("PC") : QStringLiteral("GC"));
+        store();
+    });
+    connect(editButton, &QPushButton::clicked, this, [this] { emit editRequested(peer.label); });
+}
+
+void DmrPeerRow::setPeer(const zl::dmr::Peer& newer)
+{
+    peer = newer;
+    showPeer();
+}
+
+void DmrPeerRow::showPeer()
+{
+    const QSignalBlocker b1(onBox), b2(tgSpin), b3(callType);
+    name->setText(peer.label);
+    network->setText(peer.network);
+    onBox->setChecked(peer.auto_connect);
+    QString callsign = peer.callsign_override;
+    if (callsign.isEmpty() && !peer.identity_label.isEmpty()) {
+        for (const Identity& identity : identities(QStringLiteral("dmr"))) {
+            if (identity.label == peer.identity_label)
+                callsign = identity.callsign;
+        }
+    }
+    call->setText(callsign);
+    if (!tgSpin->hasFocus())
+        tgSpin->setValue(int(peer.active_tg));
+    callType->setChecked(peer.private_call);
+    callType->setText(peer.private_call ? QStringLiteral("PC") : QStringLiteral("GC"));
+}
+
+void DmrPeerRow::setStatus(const QString& newColour, const QString& text)
+{
+    colour = newColour;
+    dot->setStyleSheet(BaseModePage::dotStyle(colour));
+    setToolTip(text);
+}
+
+void DmrPeerRow::setDefault(bool on)
+{
+    BaseModePage::setRowActive(this, marker, on);
+    BaseModePage::setStyleFlag(this, "primary", on);
+}
+
+void DmrPeerRow::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton)
+        emit clickedAsDefault(peer.label);
+    QFrame::mousePressEvent(event);
+}
+
+void DmrPeerRow::store()
+{
+    QList<zl::dmr::Peer> peers = zl::dmr::loadPeers();
+    for (zl::dmr::Peer& stored : peers) {
+        if (stored.label == peer.label)
+            stored = peer;
+    }
+    zl::dmr::savePeers(peers);
+    Config::instance().save();
+}
+
+} // namespace zl::ui

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "dmr/Peer.h"
+
+#include <QFrame>
+
+class QCheckBox;
+class QLabel;
+class QPushButton;
+class QSpinBox;
+
+namespace zl::ui {
+
+// One DMR peer in the list of the DMR page: status dot, marker, label and network, the
+// on/off toggle, callsign, talkgroup with group/private call, and the edit button.
+// Changes made here are written back to the peer in the configuration at once.
+class DmrPeerRow : public QFrame {
+    Q_OBJECT
+
+public:
+    explicit DmrPeerRow(const zl::dmr::Peer& peer, QWidget* parent = nullptr);
+
+    QString label() const { return peer.label; }
+    // Shows a newer copy of the same peer.
+    void setPeer(const zl::dmr::Peer& newer);
+    // The dot colour and the client's status text (tool tip); "" for no client.
+    void setStatus(const QString& colour, const QString& text);
+    QString statusColour() const { return colour; }
+    // The default peer carries "primary" and the active marker.
+    void setDefault(bool on);
+
+signals:
+    void editRequested(const QString& peerLabel);
+    void clickedAsDefault(const QString& peerLabel);
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+
+private:
+    void showPeer();
+    // Writes this row's peer back into the stored list, by label, and saves.
+    void store();
+
+    zl::dmr::Peer peer;
+    QString colour;
+    QLabel* dot = nullptr;
+    QLabel* marker = nullptr;
+    QLabel* name = nullptr;
+    QLabel* network = nullptr;
+    QCheckBox* onBox = nullptr;
+    QLabel* call = nullptr;
+    QSpinBox* tgSpin = nullptr;
+    QPushButton* callType = nullptr;
+    QPushButton* editButton = nullptr;
+};
+
+} // namespace zl::ui
