@@ -706,6 +706,10 @@ void MainWindow::onCallHeard(const QString&, const QString& networkName, uint sr
     insertRow({time, call, QString(), QStringLiteral("DMR"), networkName, target, QString(), QString(), QString()},
               kRxBackground);
     liveRows.insert(streamId, 0);
+    // Our own transmission can come back through another peer on the same master: the open
+    // TX row moves down with the others, so that its end finds it.
+    if (txRow >= 0)
+        ++txRow;
     trimRows();
     saveLastHeard();
 }
