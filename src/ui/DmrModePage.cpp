@@ -131,8 +131,12 @@ void DmrModePage::refreshRows()
         rowsLayout->addWidget(row);
         kept.insert(peer.label, row);
     }
-    for (zl::ui::DmrPeerRow* gone : std::as_const(rows))
+    // A row may be the sender of the signal that brought us here: it goes later.
+    for (zl::ui::DmrPeerRow* gone : std::as_const(rows)) {
+        rowsLayout->removeWidget(gone);
+        gone->hide();
         gone->deleteLater();
+    }
     rows = kept;
     updateStatuses();
 }
