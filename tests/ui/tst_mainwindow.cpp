@@ -1,9 +1,14 @@
 #include "TempConfigHome.h"
 #include "app/Config.h"
+#include "app/Identity.h"
+#include "app/StyleSheet.h"
+#include "app/Version.h"
+#include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "ui/BaseModePage.h"
 #include "ui/MainWindow.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
@@ -16,11 +21,14 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScreen>
 #include <QSignalSpy>
+#include <QSlider>
 #include <QStackedWidget>
 #include <QTableWidget>
 #include <QTest>
+#include <QToolBar>
 
 #include <memory>
 
@@ -95,7 +103,7 @@ private:
     void resetConfig(const QJsonObject& general = {})
     {
         Config& config = Config::instance();
-        for (const char* name : {"general", "lastheard", "windows", "dstar", "d-star", "p25", "dmr"})
+        for (const char* name : {"general", "lastheard", "windows", "dstar", "d-star", "p25", "dmr", "audio"})
             config.setSection(QString::fromLatin1(name), {});
         config.setSection("hardware", QJsonObject{{"ambe_md380_enabled", false}});
         config.setSection("general", general);
@@ -120,6 +128,57 @@ private slots:
         QCOMPARE(MainWindow::formatDuration(60000), QString("1:00"));
         QCOMPARE(MainWindow::formatDuration(125999), QString("2:05"));
         QCOMPARE(MainWindow::formatDuration(3600000), QString("60:00"));
+    }
+
+    void constructionLeavesTheWindowComplete()
+    {
+        resetConfig(QJsonObject{{"callsign", "XX0ABC"}, {"default_mode", "P25"}});
+        Config::instance().setSection("audio", QJsonObject{{"default_mic_volume", 70}});
+        Config::instance().setSection("p25", QJsonObject{{"audio", QJsonObject{{"spk_volume", 35}}}});
+        MainWindow w;
+        QCOMPARE(w.windowTitle(), QString("zephyrlake · %1").arg(zl::kAppVersion));
+        QCOMPARE(w.minimumSize(), QSize(zl::uiScale(380), zl::uiScale(560)));
+        // The clock ran once at construction, the status strip has its first state.
+        QVERIFY(QRegularExpression("^\\d\\d:\\d\\d:\\d\\d$").match(w.findChild<QLabel*>("clock")->text()).hasMatch());
+        QCOMPARE(w.findChild<QLabel*>("ambeStatus")->text(), QString("none"));
+        QCOMPARE(w.findChild<QLabel*>("dmrStatus")->text(), QString("no peers"));
+        QCOMPARE(w.findChild<QLabel*>("callLabel")->text(), QString("Call: XX0ABC"));
+        QCOMPARE(w.findChild<QLabel*>("txLabel")->text(), QString("TX P25→ "));
+        // The audio fields are those of the default mode, loaded after the rows were built.
+        QCOMPARE(w.findChild<QSlider*>("micSlider")->value(), 70);
+        QCOMPARE(w.findChild<QSlider*>("spkSlider")->value(), 35);
+        QCOMPARE(zl::audio::AudioMixer::instance().spkVolumePercent(), 35);
+        QStringList actions;
+        for (QAction* action : w.findChild<QToolBar*>()->actions())
+            actions << action->text() + (action->isEnabled() ? "" : " (off)");
+        QCOMPARE(actions, (QStringList{"⚙ Settings (off)", "↻ Update DBs (off)", "ℹ About", "🔊 Sound Test (off)"}));
+        QVERIFY(!w.findChild<QToolBar*>()->isMovable());
+
+        // A configuration change: the label shows the identity of the active mode.
+        zl::Identity own;
+        own.label = "p25";
+        own.callsign = "XX9P25";
+        zl::setIdentities("p25", {own});
+        QCOMPARE(w.findChild<QLabel*>("callLabel")->text(), QString("Call: XX9P25"));
+        zl::setIdentities("p25", {});
+    }
+
+    void volumeDuringPttIsSavedAtRelease()
+    {
+        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        MainWindow w;
+        ptt(w)->click();
+        auto* slider = w.findChild<QSlider*>("spkSlider");
+        QVERIFY(!slider->isEnabled());
+        slider->setValue(42);
+        QCOMPARE(zl::audio::AudioMixer::instance().spkVolumePercent(), 42);
+        QTRY_COMPARE(Config::instance().section("p25").value("audio").toObject().value("spk_volume").toInt(), 42);
+        QVERIFY(!Config(home.configFile()).section("p25").value("audio").toObject().contains("spk_volume"));
+        ptt(w)->click();
+        QCOMPARE(Config(home.configFile()).section("p25").value("audio").toObject().value("spk_volume").toInt(), 42);
+        // Another mode has its own values.
+        w.selectMode("D-STAR");
+        QCOMPARE(slider->value(), 80);
     }
 
     void cardsInOrderWithStateWordsAndColours()
