@@ -271,6 +271,12 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
                                                       "settings; it never fires while you type in a text field."));
     layout->addWidget(pttButton);
     connect(pttButton, &QPushButton::toggled, this, &MainWindow::onPttToggled);
+    // Quitting while transmitting: the stream ends (terminator, encoder gone) before the
+    // peers are stopped on the same signal, which is connected after this one.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] {
+        if (pttButton->isChecked())
+            pttButton->setChecked(false);
+    });
 
     zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
     audioSaveTimer = new QTimer(this);
