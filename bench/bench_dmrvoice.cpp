@@ -18,13 +18,13 @@
 #include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QTest>
 #include <QTimer>
 #include <QtEndian>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 using zl::dmr::DmrPeerClient;
@@ -71,6 +71,21 @@ void runFor(int ms)
     loop.exec();
 }
 
+// Runs the event loop until done() holds or the time is up.
+bool runUntil(const std::function<bool()>& done, int timeoutMs)
+{
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done())
+            loop.quit();
+    });
+    poll.start(5);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return done();
+}
+
 QByteArray be32(quint32 v)
 {
     char b[4];
@@ -96,7 +111,7 @@ int main(int argc, char** argv)
                                       QJsonObject{{"ambe_servers", servers}, {"ambe_md380_enabled", false}});
     zl::hw::Dv3000Pool* pool = zl::hw::Dv3000Pool::instance();
     pool->rescan();
-    if (!QTest::qWaitFor([&] { return pool->readyCount() == 2; }, 10000)) {
+    if (!runUntil([&] { return pool->readyCount() == 2; }, 10000)) {
         std::fprintf(stderr, "simulated chips not ready\n");
         return 1;
     }
@@ -116,7 +131,7 @@ int main(int argc, char** argv)
     b.setPcmSinkForTests([](const QString&, const QByteArray&, const QString&) {});
     login(a, QStringLiteral("A"), kPeerA, master.port(), 120);
     login(b, QStringLiteral("B"), kPeerB, master.port(), 0);
-    if (!QTest::qWaitFor([&] { return master.isLoggedIn(kPeerA) && master.isLoggedIn(kPeerB); }, 10000)) {
+    if (!runUntil([&] { return master.isLoggedIn(kPeerA) && master.isLoggedIn(kPeerB); }, 10000)) {
         std::fprintf(stderr, "peers did not log in\n");
         return 1;
     }
