@@ -7,6 +7,7 @@
 #include "dmr/AmbeBurst.h"
 #include "hw/Dv3000Pool.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMetaObject>
@@ -39,11 +40,22 @@ public:
         return captured;
     }
     QStringList matching(const QString& part) const { return lines().filter(part); }
+    // Wall-clock time of the first line containing part, 0 if none.
+    qint64 timeOf(const QString& part) const
+    {
+        QMutexLocker lock(&mutex);
+        for (qsizetype i = 0; i < captured.size(); ++i) {
+            if (captured.at(i).contains(part))
+                return times.at(i);
+        }
+        return 0;
+    }
     bool contains(const QString& part) const { return !matching(part).isEmpty(); }
     void clear()
     {
         QMutexLocker lock(&mutex);
         captured.clear();
+        times.clear();
     }
 
 private:
@@ -60,6 +72,7 @@ private:
         {
             QMutexLocker lock(&self->mutex);
             self->captured.append(text);
+            self->times.append(QDateTime::currentMSecsSinceEpoch());
         }
         if (type != QtDebugMsg && self->previous)
             self->previous(type, context, text);
@@ -67,6 +80,7 @@ private:
 
     mutable QMutex mutex;
     QStringList captured;
+    QList<qint64> times;
     QtMessageHandler previous = nullptr;
 };
 

@@ -7,9 +7,12 @@
 #include "dmr/DmrVoiceDecoder.h"
 #include "dmr/DmrVoiceEncoder.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTimer>
+
+#include <atomic>
 
 using zl::dmr::DmrPeerClient;
 using zl::dmr::DmrVoiceDecoder;
@@ -251,26 +254,66 @@ private slots:
         kit::LogCapture log;
         auto* decoder = new DmrVoiceDecoder;
         decoder->moveToThread(kit::ChipFarm::worker());
-        QElapsedTimer clock;
         qint64 lastFrameAt = 0;
-        qint64 idleAt = 0;
         const QByteArray burst = kit::toneBurst(6000, 900);
-        clock.start();
         for (int seq = 0; seq < 3; ++seq) {
             kit::onWorker(decoder, [&, seq] {
                 decoder->onDmrFrame(kit::dmrd(quint8(seq), kSrc, kTg, quint8(seq == 0 ? 0x10 : seq), 0x4242, burst));
-                lastFrameAt = clock.elapsed();
+                lastFrameAt = QDateTime::currentMSecsSinceEpoch();
             });
         }
         QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 1);
-        QTRY_VERIFY_WITH_TIMEOUT(log.contains("DMR voice stream IDLE timeout (no frame for 1000 ms) — closing stream"),
-                                 3000);
-        idleAt = clock.elapsed();
-        const qint64 idleAfter = idleAt - lastFrameAt;
-        // 1000 ms plus up to one 250 ms check, with some room for a loaded machine.
-        QVERIFY2(idleAfter >= 1000 && idleAfter <= 1400, qPrintable(QString::number(idleAfter)));
+        const QString idle = "DMR voice stream IDLE timeout (no frame for 1000 ms) — closing stream";
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(idle), 3000);
+        const qint64 idleAfter = log.timeOf(idle) - lastFrameAt;
+        // 1000 ms plus up to one 250 ms check, with a little room for a loaded machine.
+        QVERIFY2(idleAfter >= 1000 && idleAfter <= 1300, qPrintable(QString::number(idleAfter)));
         QVERIFY(log.contains("DMR voice stream STOP id= 4242"));
         QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+        kit::deleteOnWorker(decoder);
+    }
+
+    void endStreamWaitsForTheChipButNotForever()
+    {
+        kit::LogCapture log;
+        auto* decoder = new DmrVoiceDecoder;
+        decoder->moveToThread(kit::ChipFarm::worker());
+        std::atomic<int> frames{0};
+        connect(
+            decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+        const QByteArray burst = kit::toneBurst(6000, 1100);
+
+        // A slow chip: the tail of the stream still comes out before endStream returns.
+        chips.chip(0).setDelay(40);
+        chips.chip(1).setDelay(40);
+        kit::onWorker(decoder, [&] {
+            decoder->onDmrFrame(kit::dmrd(0, kSrc, kTg, 0x10, 0x77, burst));
+            decoder->endStream();
+        });
+        QCOMPARE(frames.load(), 3);
+        QVERIFY(!log.contains("drain timeout"));
+
+        // A chip that has stopped answering holds the stream's end for 150 ms only.
+        chips.chip(0).setDelay(0);
+        chips.chip(1).setDelay(0);
+        chips.chip(0).setHoldReplies(true);
+        chips.chip(1).setHoldReplies(true);
+        qint64 waited = 0;
+        kit::onWorker(decoder, [&] {
+            decoder->onDmrFrame(kit::dmrd(0, kSrc, kTg, 0x10, 0x78, burst));
+            QElapsedTimer clock;
+            clock.start();
+            decoder->endStream();
+            waited = clock.elapsed();
+        });
+        QVERIFY2(waited >= 150 && waited < 400, qPrintable(QString::number(waited)));
+        QVERIFY(log.contains("DmrVoiceDecoder::endStream: drain timeout — 3 PCM frames untouched"));
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+        chips.chip(0).setHoldReplies(false);
+        chips.chip(1).setHoldReplies(false);
+        // The late answers reach nobody.
+        QTest::qWait(100);
+        QCOMPARE(frames.load(), 3);
         kit::deleteOnWorker(decoder);
     }
 
