@@ -7,6 +7,8 @@
 #include <QDebug>
 #include <QSet>
 
+#include <utility>
+
 namespace zl::dmr {
 
 namespace {
@@ -182,7 +184,10 @@ QString DmrPeerManager::sendSms(const QString& peerLabel, quint32 dstId, const Q
 void DmrPeerManager::stopAll()
 {
     qInfo() << "[shutdown] stopAll: m_peers count =" << m_peers.size();
-    for (const PeerEntry& entry : std::as_const(m_peers)) {
+    // Taken out first: a stop emits changed, and whoever asks for the peer table then must
+    // not meet a client that was deleted a moment ago.
+    const QHash<QString, PeerEntry> stopping = std::exchange(m_peers, {});
+    for (const PeerEntry& entry : stopping) {
         qInfo().noquote() << "[shutdown]   stop()" << entry.label;
         // A running peer says goodbye with RPTCL while the socket still lives.
         entry.client->stop();
@@ -191,7 +196,6 @@ void DmrPeerManager::stopAll()
         delete entry.client;
         qInfo().noquote() << "[shutdown]   deleted" << entry.label;
     }
-    m_peers.clear();
     qInfo() << "[shutdown] stopAll: emit changed";
     emit changed();
     qInfo() << "[shutdown] stopAll: done";
