@@ -195,8 +195,6 @@ private slots:
         QVERIFY(mixer.hasSource());
         QTRY_VERIFY_WITH_TIMEOUT(!blocks.isEmpty(), 10000);
         blocks.clear();
-        QElapsedTimer clock;
-        clock.start();
         QByteArray pcm;
         QTRY_VERIFY_WITH_TIMEOUT((pcm =
                                       [&] {
@@ -207,15 +205,13 @@ private slots:
                                       }())
                                          .size() >= 16000 * 2,
                                  15000);
-        const qint64 elapsed = clock.elapsed();
         for (const auto& b : blocks)
             QVERIFY(b.first().toByteArray().size() % 2 == 0);
         const QVector<qint16> s = samplesOf(pcm);
-        // The tone's pitch at 8 kHz proves the rate of the samples; their count that of the stream.
+        // The tone's pitch read at 8 kHz proves the rate of the samples. (The sine source posts
+        // its audio in blocks of two seconds, so block sizes and pace say nothing here.)
         const double hz = frequencyOf(s, 0, s.size(), 8000);
         QVERIFY2(qAbs(hz - PulseServer::kToneHz) < PulseServer::kToneHz * 0.01, qPrintable(QString::number(hz)));
-        const double rate = double(s.size()) * 1000.0 / double(elapsed);
-        QVERIFY2(rate > 6000 && rate < 10000, qPrintable(QString::number(rate)));
         QVERIFY(
             std::any_of(level.begin(), level.end(), [](const QList<QVariant>& a) { return a.first().toInt() > 5; }));
 
