@@ -195,6 +195,8 @@ private slots:
         QVERIFY(mixer.hasSource());
         QTRY_VERIFY_WITH_TIMEOUT(!blocks.isEmpty(), 10000);
         blocks.clear();
+        QElapsedTimer clock;
+        clock.start();
         QByteArray pcm;
         QTRY_VERIFY_WITH_TIMEOUT((pcm =
                                       [&] {
@@ -203,15 +205,21 @@ private slots:
                                               all += b.first().toByteArray();
                                           return all;
                                       }())
-                                         .size() >= 16000 * 2,
+                                         .size() >= 8000 * 2,
                                  15000);
-        for (const auto& b : blocks)
-            QVERIFY(b.first().toByteArray().size() % 2 == 0);
+        const qint64 elapsed = clock.elapsed();
+        // Blocks come as the device delivers them: small, whole samples.
+        for (const auto& b : blocks) {
+            const qsizetype size = b.first().toByteArray().size();
+            QVERIFY(size % 2 == 0);
+            QVERIFY2(size <= 8000 / 5 * 2, qPrintable(QString::number(size)));
+        }
         const QVector<qint16> s = samplesOf(pcm);
-        // The tone's pitch read at 8 kHz proves the rate of the samples. (The sine source posts
-        // its audio in blocks of two seconds, so block sizes and pace say nothing here.)
+        // The tone's pitch read at 8 kHz proves the rate of the samples; their count the pace.
         const double hz = frequencyOf(s, 0, s.size(), 8000);
         QVERIFY2(qAbs(hz - PulseServer::kToneHz) < PulseServer::kToneHz * 0.01, qPrintable(QString::number(hz)));
+        const double rate = double(s.size()) * 1000.0 / double(elapsed);
+        QVERIFY2(rate > 6000 && rate < 11000, qPrintable(QString::number(rate)));
         QVERIFY(
             std::any_of(level.begin(), level.end(), [](const QList<QVariant>& a) { return a.first().toInt() > 5; }));
 

@@ -26,8 +26,12 @@ PulseServer::PulseServer()
                                 "sink_properties=device.description=zl-speaker\n"
                                 "load-module module-null-sink sink_name=zl_other rate=48000 channels=2 "
                                 "sink_properties=device.description=zl-second\n"
-                                "load-module module-sine-source source_name=zl_tone rate=48000 frequency=%2\n"
+                                "load-module module-null-sink sink_name=zl_mic rate=48000 channels=1 "
+                                "sink_properties=device.description=zl-mic\n"
+                                "load-module module-sine sink=zl_mic frequency=%2\n"
                                 "set-default-sink zl_null\n"
+                                "load-module module-remap-source master=zl_mic.monitor source_name=zl_tone "
+                                "source_properties=device.description=zl-tone\n"
                                 "set-default-source zl_tone\n")
                      .arg(dir.filePath(QStringLiteral("native")))
                      .arg(kToneHz)
@@ -115,12 +119,13 @@ int PulseServer::sinkIndex(const QString& sinkName) const
 
 QList<int> PulseServer::sinkInputSinks() const
 {
+    const int tone = sinkIndex(QStringLiteral("zl_mic"));
     QList<int> sinks;
     const QList<QByteArray> lines =
         pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")}).split('\n');
     for (const QByteArray& line : lines) {
         const QList<QByteArray> fields = line.split('\t');
-        if (fields.size() > 1)
+        if (fields.size() > 1 && fields.at(1).toInt() != tone)
             sinks.append(fields.at(1).toInt());
     }
     return sinks;
