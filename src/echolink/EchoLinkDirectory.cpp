@@ -134,8 +134,8 @@ void EchoLinkDirectory::startJob(Job newJob, const QString& newRequest)
 void EchoLinkDirectory::onConnected()
 {
     serverIndex = 0;
-    qInfo() << "EchoLinkDirectory: connected to" << socket->peerName() << "job="
-            << (job == Job::Register ? "register" : "list");
+    qInfo() << "EchoLinkDirectory: connected to" << socket->peerName()
+            << "job=" << (job == Job::Register ? "register" : "list");
     socket->write(request.toLatin1());
 }
 

@@ -21,7 +21,9 @@ QString addressKey(const QHostAddress& address)
 
 } // namespace
 
-EchoLinkDispatcher::EchoLinkDispatcher(QObject* parent) : QObject(parent) {}
+EchoLinkDispatcher::EchoLinkDispatcher(QObject* parent) : QObject(parent)
+{
+}
 
 void EchoLinkDispatcher::setPortsForTest(quint16 audioPortNumber, quint16 ctrlPortNumber, const QHostAddress& address)
 {
@@ -41,8 +43,8 @@ bool EchoLinkDispatcher::bind()
     const bool audioOk = audioSocket->bind(bindAddress, audio);
     const bool ctrlOk = ctrlSocket->bind(bindAddress, ctrl);
     if (!audioOk || !ctrlOk) {
-        qWarning() << "EchoLinkDispatcher: cannot bind UDP" << audio << ctrl << "— audio:"
-                   << (audioOk ? QString() : audioSocket->errorString())
+        qWarning() << "EchoLinkDispatcher: cannot bind UDP" << audio << ctrl
+                   << "— audio:" << (audioOk ? QString() : audioSocket->errorString())
                    << "ctrl:" << (ctrlOk ? QString() : ctrlSocket->errorString());
         delete audioSocket;
         delete ctrlSocket;

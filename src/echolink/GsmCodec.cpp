@@ -8,7 +8,9 @@
 
 namespace zl::echolink {
 
-GsmCodec::GsmCodec() : encoder(gsm_create()), decoder(gsm_create()) {}
+GsmCodec::GsmCodec() : encoder(gsm_create()), decoder(gsm_create())
+{
+}
 
 GsmCodec::~GsmCodec()
 {

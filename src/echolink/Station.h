@@ -12,10 +12,10 @@ namespace zl::echolink {
 // One entry of the directory's station list.
 struct Station {
     QString callsign;
-    int status = 0;      // 0 unknown, 2 online, 3 busy
-    QString time;        // "HH:mm" as the directory sends it
+    int status = 0; // 0 unknown, 2 online, 3 busy
+    QString time;   // "HH:mm" as the directory sends it
     QString description;
-    int nodeId = -1;     // 0 when the number does not fit an int
+    int nodeId = -1; // 0 when the number does not fit an int
     QString ip;
 };
 
