@@ -2,15 +2,16 @@
 
 #include <QTcpSocket>
 
-EchoLinkDirectoryServer::EchoLinkDirectoryServer(QObject* parent) : QObject(parent)
+EchoLinkDirectoryServer::EchoLinkDirectoryServer(const QHostAddress& address, quint16 port, QObject* parent)
+    : QObject(parent)
 {
-    server.listen(QHostAddress::LocalHost, 0);
+    server.listen(address, port);
     connect(&server, &QTcpServer::newConnection, this, &EchoLinkDirectoryServer::onNewConnection);
 }
 
 QByteArray EchoLinkDirectoryServer::listReply(const QList<QList<QByteArray>>& records)
 {
-    QByteArray text = "EchoLink directory\n@@@\n" + QByteArray::number(records.size()) + "\n";
+    QByteArray text = "@@@\n" + QByteArray::number(records.size()) + "\n";
     for (const QList<QByteArray>& record : records)
         for (const QByteArray& line : record)
             text += line + "\n";

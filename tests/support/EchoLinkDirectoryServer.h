@@ -12,7 +12,11 @@ class EchoLinkDirectoryServer : public QObject {
     Q_OBJECT
 
 public:
-    explicit EchoLinkDirectoryServer(QObject* parent = nullptr);
+    // Port 0: any free port. A real node connects to port 5200 and nothing else.
+    explicit EchoLinkDirectoryServer(const QHostAddress& address = QHostAddress::LocalHost, quint16 port = 0,
+                                     QObject* parent = nullptr);
+
+    bool isListening() const { return server.isListening(); }
 
     quint16 port() const { return server.serverPort(); }
     void setRegistrationReply(const QByteArray& reply) { registrationReply = reply; }
@@ -20,8 +24,8 @@ public:
     // Keep the connection open after answering, to show the client doesn't wait for the close.
     void setKeepOpen(bool on) { keepOpen = on; }
 
-    // Builds a list reply in the directory's layout: header, "@@@", count line, four lines per
-    // station, "+++".
+    // Builds a list reply in the directory's layout: "@@@", count line, four lines per station,
+    // "+++".
     static QByteArray listReply(const QList<QList<QByteArray>>& records);
 
     QList<QByteArray> requests; // every request, as received
