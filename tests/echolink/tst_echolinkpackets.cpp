@@ -2,6 +2,7 @@
 #include "echolink/EchoLinkDirectory.h"
 #include "echolink/EchoLinkPackets.h"
 #include "echolink/GsmCodec.h"
+#include "echolink/IncomingPolicy.h"
 #include "echolink/Station.h"
 
 #include <QTest>
@@ -156,6 +157,22 @@ private slots:
         QVERIFY(cut);
         QCOMPARE(cut->size(), 1);
         QCOMPARE(cut->first().time, QStringLiteral("01:02"));
+    }
+
+    void incomingRules()
+    {
+        QCOMPARE(parseCallsignList(" aa1aa,bb2bb\n\tCC3CC ,, "), QStringList({"AA1AA", "BB2BB", "CC3CC"}));
+        QVERIFY(parseCallsignList("").isEmpty());
+        // The limit counts the connections already in the table.
+        QCOMPARE(incomingRejection("AA1AA", 1, 1, {}, {}), QStringLiteral("max clients reached"));
+        QCOMPARE(incomingRejection("AA1AA", 0, 1, {}, {}), QString());
+        // Allowed and blocked at once: blocked.
+        QCOMPARE(incomingRejection("aa1aa", 0, 1, {"AA1AA"}, {"AA1AA"}), QStringLiteral("blocked / not allowed"));
+        QCOMPARE(incomingRejection("BB2BB", 0, 5, {"AA1AA"}, {}), QStringLiteral("blocked / not allowed"));
+        QCOMPARE(incomingRejection("aa1aa", 0, 5, {"AA1AA"}, {}), QString());
+        // A caller without a callsign passes unless an allow list exists.
+        QCOMPARE(incomingRejection("", 0, 5, {}, {"AA1AA"}), QString());
+        QCOMPARE(incomingRejection("", 0, 5, {"AA1AA"}, {}), QStringLiteral("blocked / not allowed"));
     }
 
     void gsmRoundTrip()

@@ -85,13 +85,21 @@ private slots:
         server.received.clear();
         client.pushPcm(pcmFrame(0));
         client.pushPcm(pcmFrame(120));
-        QTRY_COMPARE(server.received.size(), 2);
-        const Frame voice = server.received.first();
+        // Late acknowledgements of the set-up may arrive in between: only voice counts here.
+        const auto voiceFrames = [&] {
+            QList<Frame> out;
+            for (const Frame& f : server.received)
+                if (!f.full || f.type == 2)
+                    out.append(f);
+            return out;
+        };
+        QTRY_COMPARE(voiceFrames().size(), 2);
+        const Frame voice = voiceFrames().first();
         QVERIFY(voice.full);
         QCOMPARE(voice.type, quint8(2));
         QCOMPARE(voice.subclass, quint8(4));
         QCOMPARE(voice.payload, QByteArray(160, char(0xFF)));
-        const Frame mini = server.received.at(1);
+        const Frame mini = voiceFrames().at(1);
         QVERIFY(!mini.full);
         QCOMPARE(mini.srcCall, client.sourceCallNumber());
         QCOMPARE(mini.payload, QByteArray(160, char(0xF0)));
@@ -164,6 +172,8 @@ private slots:
         QCOMPARE(errors.first().first().toString(), QStringLiteral("not connected"));
         client.call();
         QTRY_COMPARE(client.state(), State::Up);
+        // ACCEPT and ANSWER are acknowledged before anything else is counted.
+        QTRY_COMPARE(framesOf(server.received, kIax, 4).size(), 2);
 
         server.received.clear();
         client.sendDtmf(QStringLiteral("*70é"));
