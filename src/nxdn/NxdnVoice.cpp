@@ -3,7 +3,6 @@
 #include "NxdnAmbe.h"
 #include "NxdnFrame.h"
 #include "hw/Dv3000.h"
-#include "hw/Dv3000Pool.h"
 
 #include <QDebug>
 #include <QTimer>
@@ -11,27 +10,19 @@
 namespace zl::nxdn {
 
 namespace {
-constexpr int kAmbeRate = 33;
-constexpr qsizetype kPcmFrameBytes = 320;
 // Fills a voice block that the speech ended in the middle of.
 const QByteArray kAmbeSilence = QByteArray::fromHex("b9e881526173002a6b");
 } // namespace
 
-NxdnVoice::NxdnVoice(zl::hw::Dv3000Pool* vocoders, QObject* parent)
-    : QObject(parent), pool(vocoders ? vocoders : zl::hw::Dv3000Pool::instance()), rxIdleTimer(new QTimer(this)),
-      txBlock(kPayloadSize, '\0')
+NxdnVoice::NxdnVoice(zl::hw::Dv3000Pool* pool, QObject* parent)
+    : QObject(parent), rxChip(pool), rxIdleTimer(new QTimer(this)), txChip(pool), txBlock(kPayloadSize, '\0')
 {
     rxIdleTimer->setSingleShot(true);
     rxIdleTimer->setInterval(1500);
     connect(rxIdleTimer, &QTimer::timeout, this, &NxdnVoice::onRxIdle);
 }
 
-NxdnVoice::~NxdnVoice()
-{
-    if (rxChip)
-        pool->release(rxChip);
-    releaseTxChip();
-}
+NxdnVoice::~NxdnVoice() = default;
 
 void NxdnVoice::setRxIdleInterval(int ms)
 {
@@ -53,28 +44,17 @@ void NxdnVoice::startTx()
     headerPending = true;
     ambeCount = 0;
     voiceCounter = 0;
-    pcmBuffer.clear();
+    txChip.dropSpeech();
     txBlock.fill('\0');
-    if (!txChip)
-        txChip = pool->acquire(kAmbeRate);
-    qInfo() << "NxdnVoice: TX chip" << (txChip ? "acquired" : "(none — no AMBE stick)");
-    if (txChip)
-        txConnection = connect(txChip, &zl::hw::Dv3000::ambeFrameReady, this, &NxdnVoice::onTxAmbe);
+    if (txChip.acquire(QStringLiteral("NxdnVoice: TX chip")))
+        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &NxdnVoice::onTxAmbe);
     qInfo() << "NxdnVoice: TX start src" << sourceId << "-> TG" << tg << "RAN" << ran;
 }
 
 void NxdnVoice::pushMicPcm(const QByteArray& pcm)
 {
-    if (!txActive || !txChip)
-        return;
-    pcmBuffer.append(pcm);
-    while (pcmBuffer.size() >= kPcmFrameBytes) {
-        const QByteArray frame = pcmBuffer.first(kPcmFrameBytes);
-        pcmBuffer.remove(0, kPcmFrameBytes);
-        zl::hw::Dv3000* chip = txChip;
-        QMetaObject::invokeMethod(
-            chip, [chip, frame] { chip->postSpeech(frame); }, Qt::QueuedConnection);
-    }
+    if (txActive)
+        txChip.pushSpeech(pcm);
 }
 
 void NxdnVoice::onTxAmbe(const QByteArray& frame)
@@ -115,16 +95,13 @@ void NxdnVoice::stopTx()
     }
     releaseTxChip();
     txActive = false;
-    pcmBuffer.clear();
 }
 
 void NxdnVoice::releaseTxChip()
 {
-    if (!txChip)
-        return;
-    disconnect(txConnection);
-    pool->release(txChip);
-    txChip = nullptr;
+    if (txChip.chip())
+        disconnect(txChip.chip(), nullptr, this, nullptr);
+    txChip.release();
 }
 
 void NxdnVoice::onNetworkFrame(const QByteArray& nxdnd43)
@@ -139,19 +116,11 @@ void NxdnVoice::onNetworkFrame(const QByteArray& nxdnd43)
         emit talkerStart(rxSource);
     }
     if (!(frame.flags & flags::kData)) {
-        if (!rxChip) {
-            rxChip = pool->acquire(kAmbeRate);
-            qInfo() << "NxdnVoice: RX chip" << (rxChip ? "acquired" : "(none — no AMBE stick)");
-            if (rxChip)
-                connect(rxChip, &zl::hw::Dv3000::pcmFrameReady, this, &NxdnVoice::pcmReady);
-        }
+        if (rxChip.acquire(QStringLiteral("NxdnVoice: RX chip")))
+            connect(rxChip.chip(), &zl::hw::Dv3000::pcmFrameReady, this, &NxdnVoice::pcmReady);
         // Header frames take this path too: their FACCH bits play as a short burst.
-        for (int slot = 0; rxChip && slot < kAmbePerBlock; ++slot) {
-            const QByteArray chipFrame = ambeAt(frame.payload, slot);
-            zl::hw::Dv3000* chip = rxChip;
-            QMetaObject::invokeMethod(
-                chip, [chip, chipFrame] { chip->postChannel(chipFrame, 72); }, Qt::QueuedConnection);
-        }
+        for (int slot = 0; slot < kAmbePerBlock; ++slot)
+            rxChip.postChannel(ambeAt(frame.payload, slot));
     }
     if ((frame.flags & flags::kEnd) && rxTalking) {
         rxTalking = false;
@@ -165,11 +134,9 @@ void NxdnVoice::onRxIdle()
         rxTalking = false;
         emit talkerStop();
     }
-    if (rxChip) {
-        disconnect(rxChip, nullptr, this, nullptr);
-        pool->release(rxChip);
-        rxChip = nullptr;
-    }
+    if (rxChip.chip())
+        disconnect(rxChip.chip(), nullptr, this, nullptr);
+    rxChip.release();
 }
 
 } // namespace zl::nxdn

@@ -1,15 +1,11 @@
 #pragma once
 
+#include "hw/VocoderLease.h"
+
 #include <QByteArray>
-#include <QMetaObject>
 #include <QObject>
 
 class QTimer;
-
-namespace zl::hw {
-class Dv3000;
-class Dv3000Pool;
-} // namespace zl::hw
 
 namespace zl::nxdn {
 
@@ -48,18 +44,15 @@ private:
     void flush();
     void releaseTxChip();
 
-    zl::hw::Dv3000Pool* pool;
-    zl::hw::Dv3000* rxChip = nullptr;
+    zl::hw::VocoderLease rxChip;
     QTimer* rxIdleTimer;
     bool rxTalking = false;
     quint16 rxSource = 0;
-    zl::hw::Dv3000* txChip = nullptr;
-    QMetaObject::Connection txConnection;
+    zl::hw::VocoderLease txChip;
     bool txActive = false;
     quint16 sourceId = 0;
     quint16 tg = 0;
     int ran = 0;
-    QByteArray pcmBuffer;
     QByteArray txBlock;
     int ambeCount = 0;
     unsigned voiceCounter = 0;

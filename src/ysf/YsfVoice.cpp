@@ -5,7 +5,6 @@
 #include "YsfPayload.h"
 #include "YsfVoiceField.h"
 #include "hw/Dv3000.h"
-#include "hw/Dv3000Pool.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -14,14 +13,12 @@
 namespace zl::ysf {
 
 namespace {
-constexpr int kAmbeRate = 33;
-constexpr qsizetype kPcmFrameBytes = 320;
 // Our own transmission comes back from the reflector for a while: receive stays mute.
 constexpr qint64 kRxHoldoffMs = 1000;
 } // namespace
 
-YsfVoice::YsfVoice(zl::hw::Dv3000Pool* vocoders, QObject* parent)
-    : QObject(parent), pool(vocoders ? vocoders : zl::hw::Dv3000Pool::instance()), rxIdleTimer(new QTimer(this)),
+YsfVoice::YsfVoice(zl::hw::Dv3000Pool* pool, QObject* parent)
+    : QObject(parent), rxChip(pool), rxIdleTimer(new QTimer(this)), txChip(pool),
       clock([] { return QDateTime::currentMSecsSinceEpoch(); })
 {
     rxIdleTimer->setSingleShot(true);
@@ -29,13 +26,7 @@ YsfVoice::YsfVoice(zl::hw::Dv3000Pool* vocoders, QObject* parent)
     connect(rxIdleTimer, &QTimer::timeout, this, &YsfVoice::onRxIdle);
 }
 
-YsfVoice::~YsfVoice()
-{
-    if (rxChip)
-        pool->release(rxChip);
-    if (txChip)
-        pool->release(txChip);
-}
+YsfVoice::~YsfVoice() = default;
 
 void YsfVoice::setRxIdleInterval(int ms)
 {
@@ -58,28 +49,17 @@ void YsfVoice::startTx()
     frameCounter = 0;
     frameNumber = 0;
     ambeBlock.clear();
-    pcmBuffer.clear();
-    if (!txChip)
-        txChip = pool->acquire(kAmbeRate);
-    qInfo() << "YsfVoice: TX chip" << (txChip ? "acquired" : "(none — no AMBE stick)");
-    if (txChip)
-        txConnection = connect(txChip, &zl::hw::Dv3000::ambeFrameReady, this, &YsfVoice::onTxAmbe);
+    txChip.dropSpeech();
+    if (txChip.acquire(QStringLiteral("YsfVoice: TX chip")))
+        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &YsfVoice::onTxAmbe);
     qInfo() << "YsfVoice: TX start as" << source << "-> " << destination << "DG-ID" << dgId;
     sendPayload(0);
 }
 
 void YsfVoice::pushMicPcm(const QByteArray& pcm)
 {
-    if (!txActive || !txChip)
-        return;
-    pcmBuffer.append(pcm);
-    while (pcmBuffer.size() >= kPcmFrameBytes) {
-        const QByteArray frame = pcmBuffer.first(kPcmFrameBytes);
-        pcmBuffer.remove(0, kPcmFrameBytes);
-        zl::hw::Dv3000* chip = txChip;
-        QMetaObject::invokeMethod(
-            chip, [chip, frame] { chip->postSpeech(frame); }, Qt::QueuedConnection);
-    }
+    if (txActive)
+        txChip.pushSpeech(pcm);
 }
 
 void YsfVoice::onTxAmbe(const QByteArray& frame)
@@ -99,15 +79,12 @@ void YsfVoice::stopTx()
     if (!txActive)
         return;
     sendPayload(2);
-    if (txChip) {
-        disconnect(txConnection);
-        pool->release(txChip);
-        txChip = nullptr;
-    }
+    if (txChip.chip())
+        disconnect(txChip.chip(), nullptr, this, nullptr);
+    txChip.release();
     txActive = false;
     // Frames that don't fill a block are dropped.
     ambeBlock.clear();
-    pcmBuffer.clear();
     rxHoldoffUntil = clock() + kRxHoldoffMs;
 }
 
@@ -154,25 +131,10 @@ void YsfVoice::onNetworkFrame(const QByteArray& ysfd155)
         rxTalking = true;
         emit talkerStart(rxSource);
     }
-    ensureRxChip();
-    if (!rxChip)
-        return;
-    for (int i = 0; i < kVoiceFieldsPerFrame; ++i) {
-        const QByteArray chipFrame = voiceFieldToChipFrame(frame.payload.mid(voiceFieldOffset(i), kVoiceFieldSize));
-        zl::hw::Dv3000* chip = rxChip;
-        QMetaObject::invokeMethod(
-            chip, [chip, chipFrame] { chip->postChannel(chipFrame, 72); }, Qt::QueuedConnection);
-    }
-}
-
-void YsfVoice::ensureRxChip()
-{
-    if (rxChip)
-        return;
-    rxChip = pool->acquire(kAmbeRate);
-    qInfo() << "YsfVoice: RX chip" << (rxChip ? "acquired" : "(none — no AMBE stick)");
-    if (rxChip)
-        connect(rxChip, &zl::hw::Dv3000::pcmFrameReady, this, &YsfVoice::pcmReady);
+    if (rxChip.acquire(QStringLiteral("YsfVoice: RX chip")))
+        connect(rxChip.chip(), &zl::hw::Dv3000::pcmFrameReady, this, &YsfVoice::pcmReady);
+    for (int i = 0; i < kVoiceFieldsPerFrame; ++i)
+        rxChip.postChannel(voiceFieldToChipFrame(frame.payload.mid(voiceFieldOffset(i), kVoiceFieldSize)));
 }
 
 void YsfVoice::onRxIdle()
@@ -181,11 +143,9 @@ void YsfVoice::onRxIdle()
         rxTalking = false;
         emit talkerStop();
     }
-    if (rxChip) {
-        disconnect(rxChip, nullptr, this, nullptr);
-        pool->release(rxChip);
-        rxChip = nullptr;
-    }
+    if (rxChip.chip())
+        disconnect(rxChip.chip(), nullptr, this, nullptr);
+    rxChip.release();
 }
 
 } // namespace zl::ysf

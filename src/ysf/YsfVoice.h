@@ -1,19 +1,15 @@
 #pragma once
 
+#include "hw/VocoderLease.h"
+
 #include <QByteArray>
 #include <QList>
-#include <QMetaObject>
 #include <QObject>
 #include <QString>
 
 #include <functional>
 
 class QTimer;
-
-namespace zl::hw {
-class Dv3000;
-class Dv3000Pool;
-} // namespace zl::hw
 
 namespace zl::ysf {
 
@@ -53,16 +49,13 @@ private slots:
 
 private:
     void sendPayload(int fi, const QList<QByteArray>& ambeBlock = {});
-    void ensureRxChip();
 
-    zl::hw::Dv3000Pool* pool;
-    zl::hw::Dv3000* rxChip = nullptr;
+    zl::hw::VocoderLease rxChip;
     QTimer* rxIdleTimer;
     QString rxSource;
     bool rxTalking = false;
     quint8 rxDgIdFilter = 0;
-    zl::hw::Dv3000* txChip = nullptr;
-    QMetaObject::Connection txConnection;
+    zl::hw::VocoderLease txChip;
     bool txActive = false;
     QString gateway;
     QString source;
@@ -71,7 +64,6 @@ private:
     quint8 frameCounter = 0;
     quint8 frameNumber = 0;
     QList<QByteArray> ambeBlock;
-    QByteArray pcmBuffer;
     qint64 rxHoldoffUntil = 0;
     std::function<qint64()> clock;
 };
