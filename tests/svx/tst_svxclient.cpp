@@ -1,8 +1,12 @@
 // SvxReflectorClient against a loopback reflector speaking protocol versions 2 and 3.
 #include "SvxReflector.h"
+#include "TempConfigHome.h"
+#include "app/Identity.h"
 #include "svx/SvxReflectorClient.h"
+#include "svx/SvxReflectorConfig.h"
 
 #include <QFile>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -453,6 +457,39 @@ private slots:
         QVERIFY(a->state() != State::Connected);
         QVERIFY(!a->pkiFiles().hasSignedCert());
         a->stop();
+    }
+
+    void configuredFromSettings()
+    {
+        TempConfigHome home;
+        zl::Identity identity;
+        identity.label = "Home";
+        identity.callsign = "sm0cfg";
+        zl::setIdentities("svxlink", {identity});
+        QTemporaryDir dir;
+        QFile info(dir.filePath("node.json"));
+        QVERIFY(info.open(QIODevice::WriteOnly));
+        info.write(R"({"qth":"Täby"})");
+        info.close();
+
+        SvxReflector reflector;
+        reflector.setPassword("SM0CFG", "pw");
+        const QString key = QStringLiteral("127.0.0.1:%1").arg(reflector.port());
+        const QJsonObject section{{"node_info", "{}"}, {"node_info_file", info.fileName()}, {"monitor_tgs", "240, 91"}};
+        const QJsonObject entry{{"auth_key", "pw"}, {"tg", "9"}, {"protocol", "V3"}};
+        SvxReflectorClient client;
+        zl::svx::applyReflectorSettings(client, key, entry, section, dir.path());
+        client.setTiming({20, 100});
+        client.start();
+        QTRY_COMPARE_WITH_TIMEOUT(client.state(), State::Connected, kSlow);
+        SvxReflector::Node* node = reflector.node("SM0CFG");
+        QVERIFY(node);
+        QCOMPARE(node->version, 2); // only "v3" exactly selects version 3
+        QCOMPARE(node->nodeInfo, QStringLiteral(R"({"qth":"Täby"})"));
+        QTRY_COMPARE(node->monitored, QList<quint32>({91, 240}));
+        client.setTalking(true);
+        QTRY_COMPARE(node->tg, 9u);
+        client.setTalking(false);
     }
 
 private:

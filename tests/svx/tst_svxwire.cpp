@@ -1,6 +1,7 @@
 // Codecs of the reflector protocol: control framing, message payloads, the HMAC of the
 // login, SRV ordering, AES-128-GCM sealing and the 8/16 kHz conversions with Opus.
 #include "svx/SvxAudio.h"
+#include "svx/SvxReflectorConfig.h"
 #include "svx/SvxSrv.h"
 #include "svx/SvxUdpCipher.h"
 #include "svx/SvxWire.h"
@@ -151,6 +152,18 @@ private slots:
         QCOMPARE(pickSrvRecord({{"a", 1, 10, 100}, {"b", 2, 5, 0}})->target, QStringLiteral("b"));
         QCOMPARE(pickSrvRecord({{"a", 1, 5, 10}, {"b", 2, 5, 60}, {"c", 3, 7, 90}})->target, QStringLiteral("b"));
         QCOMPARE(pickSrvRecord({{"x", 0, 1, 1}})->port, quint16(0));
+    }
+
+    void reflectorKeysAndMonitorLists()
+    {
+        using Split = QPair<QString, quint16>;
+        QCOMPARE(splitReflectorKey("svx.example.org"), Split("svx.example.org", 5300));
+        QCOMPARE(splitReflectorKey("svx.example.org:5310"), Split("svx.example.org", 5310));
+        QCOMPARE(splitReflectorKey("host:abc"), Split("host", 0));
+        QCOMPARE(splitReflectorKey("host:70000"), Split("host", 0));
+        QCOMPARE(splitReflectorKey(":5310"), Split(":5310", 5300));
+        QCOMPARE(parseMonitorTgs(" 91, 240\t9,,x 4294967295 4294967296 -1"), QList<quint32>({91, 240, 9, 4294967295u}));
+        QVERIFY(parseMonitorTgs("").isEmpty());
     }
 
     void gcmKnownAnswer()
