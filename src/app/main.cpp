@@ -5,6 +5,7 @@
 #include "app/Version.h"
 #include "audio/AudioDevice.h"
 #include "audio/AudioMixer.h"
+#include "dmr/DmrPeerManager.h"
 #include "ui/HelpTips.h"
 #include "ui/MainWindow.h"
 
@@ -66,6 +67,8 @@ void restoreSpeakerCard()
 void onAboutToQuit()
 {
     qInfo() << "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()";
+    // The peers say goodbye (RPTCL) while the event loop and their sockets still live.
+    zl::dmr::DmrPeerManager::instance().stopAll();
     // Sink and source must be gone before the platform layer goes down in ~QApplication.
     zl::audio::AudioMixer::instance().shutdown();
     qInfo() << "[shutdown] aboutToQuit done";

@@ -1,7 +1,10 @@
 #include "DmrPeerClient.h"
 
+#include "audio/AudioMixer.h"
 #include "dmr/DMRLC.h"
+#include "dmr/DmrVoiceDecoder.h"
 #include "dmr/DmrdFrame.h"
+#include "hw/Dv3000Pool.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -83,11 +86,24 @@ DmrPeerClient::DmrPeerClient(QObject* parent)
     connect(clockTimer, &QTimer::timeout, this, &DmrPeerClient::onClock);
     connect(jitterTimer, &QTimer::timeout, this, &DmrPeerClient::onJitterTick);
     connect(retryTimer, &QTimer::timeout, this, &DmrPeerClient::onRetryTimer);
+
+    decoder = new DmrVoiceDecoder;
+    decoder->moveToThread(zl::hw::Dv3000Pool::instance()->workerThread());
+    connect(this, &DmrPeerClient::voiceFrameForDecode, decoder, &DmrVoiceDecoder::onDmrFrame);
+    connect(decoder, &DmrVoiceDecoder::pcmReady, this, [this](const QByteArray& pcm) {
+        if (pcmSink)
+            pcmSink(QStringLiteral("dmr"), pcm, profile.label);
+        else
+            zl::audio::AudioMixer::instance().pushPcm(QStringLiteral("dmr"), pcm, profile.label);
+    });
 }
 
 DmrPeerClient::~DmrPeerClient()
 {
     stop();
+    // The decoder gives its chip back on its own thread before it goes.
+    QMetaObject::invokeMethod(decoder, &DmrVoiceDecoder::endStream, Qt::BlockingQueuedConnection);
+    decoder->deleteLater();
 }
 
 void DmrPeerClient::setClockForTests(std::function<qint64()> nowFunction, int factor)
@@ -136,6 +152,9 @@ void DmrPeerClient::setState(State s)
     if (s == currentState)
         return;
     currentState = s;
+    // The chip is set to rate 33 ahead of the first call.
+    if (s == Running)
+        zl::hw::Dv3000Pool::instance()->prewarm(33);
     emit stateChanged(s);
 }
 

@@ -17,6 +17,7 @@
 namespace zl::dmr {
 
 struct DmrdHeader;
+class DmrVoiceDecoder;
 
 // One connection to one DMR master over the Homebrew (MMDVM) UDP protocol: login, keep-alive,
 // re-login on silence, retry after rejection, and received voice through a jitter buffer.
@@ -87,6 +88,9 @@ public:
     // Test seam: a replacement clock and a factor by which all timer intervals shrink, so that
     // the 4 s, 5 s and 30 s rules can be exercised in a fraction of the time.
     void setClockForTests(std::function<qint64()> now, int speedup);
+    // Test seam: where decoded speech goes instead of AudioMixer::pushPcm (same arguments).
+    using PcmSink = std::function<void(const QString& modeKey, const QByteArray& pcm, const QString& peerKey)>;
+    void setPcmSinkForTests(PcmSink sink) { pcmSink = std::move(sink); }
 
 public slots:
     void start();
@@ -154,6 +158,10 @@ private:
 
     std::function<qint64()> clock;
     int speedup = 1;
+
+    // Lives on the vocoder pool's worker thread, reached by queued signals only.
+    DmrVoiceDecoder* decoder;
+    PcmSink pcmSink;
 };
 
 } // namespace zl::dmr

@@ -55,6 +55,8 @@ public:
     QString versionText() const { return version; }
     QString errorText() const { return lastError; }
     int rate() const { return currentRate; }
+    // Channel frames written to the chip whose speech has not come back yet.
+    int framesInFlight() const { return inFlight; }
 
     // Interval of the product-id retries, 200 ms; tests shorten it.
     void setProbeInterval(int ms) { probeIntervalMs = ms; }

@@ -36,6 +36,8 @@ public:
     void prewarm(int rate);
     int readyCount() const;
     int leasedCount() const;
+    // The "dv3000-worker" thread, home of every chip and of the objects that talk to them.
+    QThread* workerThread() const { return worker; }
 
     // Where FTDI ports come from: the system locations of vendor 0x0403 ports by default.
     // Tests hand in pseudo-terminals.

@@ -1,7 +1,9 @@
 #include "MainWindow.h"
 
+#include "app/Config.h"
 #include "app/StyleSheet.h"
 #include "app/Version.h"
+#include "dmr/DmrPeerManager.h"
 
 #include <QDebug>
 #include <QLabel>
@@ -14,6 +16,11 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     auto* placeholder = new QLabel(QStringLiteral("zephyrlake"), this);
     placeholder->setAlignment(Qt::AlignCenter);
     setCentralWidget(placeholder);
+
+    // The DMR peers follow the configuration from the start and at every change.
+    auto& peers = zl::dmr::DmrPeerManager::instance();
+    peers.reload();
+    connect(&zl::Config::instance(), &zl::Config::configChanged, &peers, &zl::dmr::DmrPeerManager::reload);
 }
 
 MainWindow::~MainWindow()

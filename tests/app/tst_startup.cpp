@@ -1,7 +1,9 @@
 // Starts the real program, as a normal user, in a private folder tree.
+#include "HomebrewMaster.h"
 #include "ProgramSandbox.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -87,17 +89,62 @@ private slots:
         const QStringList lines = log.split('\n', Qt::SkipEmptyParts);
         QVERIFY(lines.first().endsWith(
             QStringLiteral("] [info] === zephyrlake log start, file=%1 ===").arg(QFileInfo(path).absoluteFilePath())));
-        const QList<int> at = linesOf(log, {"[shutdown] SIGINT/SIGTERM received — quitting",
-                                            "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()",
-                                            "[shutdown] AudioMixer::shutdown — releasing sink/source before QPA dies",
-                                            "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0",
-                                            "[shutdown] ~MainWindow begin"});
+        const QList<int> at = linesOf(
+            log, {"[shutdown] SIGINT/SIGTERM received — quitting",
+                  "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()", "[shutdown] stopAll: m_peers count = 0",
+                  "[shutdown] stopAll: emit changed", "[shutdown] stopAll: done",
+                  "[shutdown] AudioMixer::shutdown — releasing sink/source before QPA dies",
+                  "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
         QVERIFY2(!at.contains(-1), qPrintable(log));
         QVERIFY2(std::is_sorted(at.begin(), at.end()), qPrintable(log));
         // The console carries the same lines.
         QVERIFY(p->readAllStandardOutput().contains("[shutdown] ~MainWindow begin"));
         // The configuration was read, not rewritten.
         QVERIFY(readAll(box.configFile()).contains("XX0ABC"));
+    }
+
+    void connectedPeerSaysGoodbyeOnSigterm()
+    {
+        HomebrewMaster master;
+        QVERIFY(master.listen());
+        master.addPeer(240000101, "pw");
+        ProgramSandbox box(QStringLiteral("build"));
+        QVERIFY(box.isValid());
+        const QJsonObject peer{{"label", "Home"},
+                               {"network", "Loop"},
+                               {"server", QStringLiteral("127.0.0.1:%1").arg(master.port())},
+                               {"callsign_override", "XX0ABC"},
+                               {"dmrid_override", "2400001"},
+                               {"essid_override", "01"},
+                               {"password", "pw"},
+                               {"auto_connect", true}};
+        box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}}});
+        QProcess* p = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(master.isLoggedIn(240000101), kStartTimeoutMs);
+        const QString logDir = box.root() + "/log";
+        QCOMPARE(ProgramSandbox::logFiles(logDir).size(), 1);
+        const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
+
+        QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(master.receivedWith("RPTCL").size(), 1, kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(p->state(), QProcess::NotRunning, kStartTimeoutMs);
+        QCOMPARE(p->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p->exitCode(), 0);
+        QCOMPARE(master.received().last().data.left(5), QByteArray("RPTCL"));
+        QVERIFY(!master.isLoggedIn(240000101));
+
+        const QString log = readAll(path);
+        const QList<int> at = linesOf(
+            log, {"[shutdown] SIGINT/SIGTERM received — quitting",
+                  "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()", "[shutdown] stopAll: m_peers count = 1",
+                  "[shutdown]   stop() Home", "DmrPeer Loop DISCONNECT (sending RPTCL goodbye)",
+                  "[shutdown]   delete Home", "[shutdown]   deleted Home", "[shutdown] stopAll: emit changed",
+                  "[shutdown] stopAll: done", "[shutdown] AudioMixer::shutdown — releasing sink/source before QPA dies",
+                  "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
+        QVERIFY2(!at.contains(-1), qPrintable(log));
+        QVERIFY2(std::is_sorted(at.begin(), at.end()), qPrintable(log));
+        // The shutdown lines are the last of the run.
+        QVERIFY2(log.trimmed().split('\n').last().contains("[shutdown]"), qPrintable(log));
     }
 
     void disabledLogWritesNoFile()

@@ -1,0 +1,185 @@
+#pragma once
+
+// Helpers shared by the DMR voice and peer manager tests: log capture across threads, calls
+// into objects on the vocoder thread, and hand-built DMRD frames.
+#include "SimulatedAmbeChip.h"
+#include "app/Config.h"
+#include "dmr/AmbeBurst.h"
+#include "hw/Dv3000Pool.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMetaObject>
+#include <QMutex>
+#include <QStringList>
+#include <QTest>
+#include <QtEndian>
+
+#include <memory>
+#include <vector>
+
+namespace kit {
+
+// Every log line of every thread while alive; the previous handler still sees them.
+class LogCapture {
+public:
+    LogCapture()
+    {
+        current() = this;
+        previous = qInstallMessageHandler(&LogCapture::handle);
+    }
+    ~LogCapture()
+    {
+        qInstallMessageHandler(previous);
+        current() = nullptr;
+    }
+    QStringList lines() const
+    {
+        QMutexLocker lock(&mutex);
+        return captured;
+    }
+    QStringList matching(const QString& part) const { return lines().filter(part); }
+    // Wall-clock time of the first line containing part, 0 if none.
+    qint64 timeOf(const QString& part) const
+    {
+        QMutexLocker lock(&mutex);
+        for (qsizetype i = 0; i < captured.size(); ++i) {
+            if (captured.at(i).contains(part))
+                return times.at(i);
+        }
+        return 0;
+    }
+    bool contains(const QString& part) const { return !matching(part).isEmpty(); }
+    void clear()
+    {
+        QMutexLocker lock(&mutex);
+        captured.clear();
+        times.clear();
+    }
+
+private:
+    static LogCapture*& current()
+    {
+        static LogCapture* instance = nullptr;
+        return instance;
+    }
+    static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text)
+    {
+        LogCapture* self = current();
+        if (!self)
+            return;
+        {
+            QMutexLocker lock(&self->mutex);
+            self->captured.append(text);
+            self->times.append(QDateTime::currentMSecsSinceEpoch());
+        }
+        if (type != QtDebugMsg && self->previous)
+            self->previous(type, context, text);
+    }
+
+    mutable QMutex mutex;
+    QStringList captured;
+    QList<qint64> times;
+    QtMessageHandler previous = nullptr;
+};
+
+// Runs f on the thread of obj and waits for it.
+template <typename F>
+void onWorker(QObject* obj, F f)
+{
+    QMetaObject::invokeMethod(obj, f, Qt::BlockingQueuedConnection);
+}
+
+// Deletes an object of the vocoder thread on that thread and waits until it is gone.
+inline void deleteOnWorker(QObject* obj)
+{
+    QMetaObject::invokeMethod(
+        obj, [obj] { delete obj; }, Qt::BlockingQueuedConnection);
+}
+
+inline QByteArray be32(quint32 v)
+{
+    char b[4];
+    qToBigEndian(v, b);
+    return QByteArray(b, 4);
+}
+
+// A DMRD datagram of `size` bytes as a master sends it.
+inline QByteArray dmrd(quint8 seq, quint32 src, quint32 dst, quint8 flags, quint32 stream, const QByteArray& burst,
+                       int size = 55)
+{
+    QByteArray d("DMRD");
+    d.append(char(seq));
+    d.append(be32(src).mid(1));
+    d.append(be32(dst).mid(1));
+    d.append(be32(1234567));
+    d.append(char(flags));
+    d.append(be32(stream));
+    d.append(burst.leftJustified(33, '\0', true));
+    d.append(2, '\0');
+    d.resize(size);
+    return d;
+}
+
+// A voice burst whose three frames the simulated chip decodes to a sine of this level and pitch.
+inline QByteArray toneBurst(int level, int frequency)
+{
+    QByteArray frames;
+    for (int i = 0; i < 3; ++i) {
+        const QByteArray pcm = SimulatedAmbeChip::sine(level, frequency);
+        frames += SimulatedAmbeChip::encodeFrame(reinterpret_cast<const qint16*>(pcm.constData()));
+    }
+    QByteArray burst(33, '\0');
+    const auto* f = reinterpret_cast<const uint8_t*>(frames.constData());
+    zl::dmr::insertAmbe(f, f + 9, f + 18, nullptr, reinterpret_cast<uint8_t*>(burst.data()));
+    return burst;
+}
+
+// The dominant pitch of each of the three frames of a burst, as the simulated chip hears them.
+inline QList<int> burstPitches(const QByteArray& burst33)
+{
+    uint8_t frames[27];
+    zl::dmr::extractAmbe(reinterpret_cast<const uint8_t*>(burst33.constData()), frames);
+    QList<int> out;
+    for (int i = 0; i < 3; ++i) {
+        const QByteArray pcm = SimulatedAmbeChip::decodeFrame(QByteArray(reinterpret_cast<char*>(frames) + 9 * i, 9));
+        out.append(SimulatedAmbeChip::analyse(pcm).frequency);
+    }
+    return out;
+}
+
+// Simulated AMBE chips served over UDP and lent by the pool singleton (software vocoder off).
+class ChipFarm {
+public:
+    bool start(int count)
+    {
+        QJsonArray servers;
+        for (int i = 0; i < count; ++i) {
+            chips.push_back(std::make_unique<SimulatedAmbeChip>());
+            const quint16 port = chips.back()->listenUdp();
+            if (port == 0)
+                return false;
+            servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", port}, {"enabled", true}});
+        }
+        zl::Config::instance().setSection("hardware",
+                                          QJsonObject{{"ambe_servers", servers}, {"ambe_md380_enabled", false}});
+        pool()->rescan();
+        return QTest::qWaitFor([&] { return pool()->readyCount() == count; }, 20000);
+    }
+    static zl::hw::Dv3000Pool* pool() { return zl::hw::Dv3000Pool::instance(); }
+    static QThread* worker() { return pool()->workerThread(); }
+    int channelPackets() const
+    {
+        int n = 0;
+        for (const auto& chip : chips)
+            n += chip->packetsReceived(1);
+        return n;
+    }
+    SimulatedAmbeChip& chip(int i) { return *chips.at(size_t(i)); }
+
+private:
+    std::vector<std::unique_ptr<SimulatedAmbeChip>> chips;
+};
+
+} // namespace kit

@@ -1,0 +1,510 @@
+// DMR voice both ways: the decoder and the encoder on the vocoder thread, with simulated AMBE
+// chips lent by the pool and peer clients logged into the loopback master.
+#include "HomebrewMaster.h"
+#include "TempConfigHome.h"
+#include "VoiceTestKit.h"
+#include "dmr/DmrPeerClient.h"
+#include "dmr/DmrVoiceDecoder.h"
+#include "dmr/DmrVoiceEncoder.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTimer>
+
+#include <atomic>
+
+using zl::dmr::DmrPeerClient;
+using zl::dmr::DmrVoiceDecoder;
+using zl::dmr::DmrVoiceEncoder;
+
+namespace {
+
+constexpr quint32 kPeerA = 240000101;
+constexpr quint32 kPeerB = 240000202;
+constexpr quint32 kSrc = 2400001;
+constexpr quint32 kTg = 91;
+
+// Flags of a voice header and a terminator on slot 2, and of a burst's letter.
+constexpr quint8 kHeaderSlot2 = 0xA1;
+constexpr quint8 kTerminatorSlot2 = 0xA2;
+
+struct Peers {
+    Peers()
+    {
+        const bool ok = master.listen();
+        Q_ASSERT(ok);
+        master.addPeer(kPeerA, "a");
+        master.addPeer(kPeerB, "b");
+        setUp(a, "A", kPeerA, "a");
+        setUp(b, "B", kPeerB, "b");
+    }
+
+    void setUp(DmrPeerClient& client, const QString& label, quint32 id, const QString& password)
+    {
+        DmrPeerClient::Profile p;
+        p.label = label;
+        p.networkName = "Net" + label;
+        p.host = "127.0.0.1";
+        p.port = master.port();
+        p.peerId = id;
+        p.callsign = "XX0ABC";
+        p.password = password;
+        p.rxJitterMs = 120;
+        client.setProfile(p);
+        client.setPcmSinkForTests([this](const QString& mode, const QByteArray& pcm, const QString& peer) {
+            pushed.append({mode, pcm, peer});
+        });
+    }
+
+    bool login()
+    {
+        a.start();
+        b.start();
+        return QTest::qWaitFor([&] { return master.isLoggedIn(kPeerA) && master.isLoggedIn(kPeerB); }, 10000) &&
+               QTest::qWaitFor(
+                   [&] { return a.state() == DmrPeerClient::Running && b.state() == DmrPeerClient::Running; });
+    }
+
+    // DMRD datagrams the master got from peer A, in order.
+    QList<QByteArray> sentByA() const
+    {
+        QList<QByteArray> out;
+        for (const HomebrewMaster::Datagram& d : master.receivedWith("DMRD")) {
+            if (d.data.mid(11, 4) == kit::be32(kPeerA))
+                out.append(d.data);
+        }
+        return out;
+    }
+
+    struct Pushed {
+        QString mode;
+        QByteArray pcm;
+        QString peer;
+    };
+
+    HomebrewMaster master;
+    DmrPeerClient a;
+    DmrPeerClient b;
+    QList<Pushed> pushed;
+};
+
+quint8 flagsOf(const QByteArray& dmrd)
+{
+    return quint8(dmrd.at(15));
+}
+
+// An encoder of the vocoder thread sending through client (may be null).
+DmrVoiceEncoder* encoderOnWorker(DmrPeerClient* client)
+{
+    auto* encoder = new DmrVoiceEncoder(client);
+    encoder->moveToThread(kit::ChipFarm::worker());
+    return encoder;
+}
+
+void feed(DmrVoiceEncoder* encoder, const QByteArray& pcm)
+{
+    QMetaObject::invokeMethod(
+        encoder, [encoder, pcm] { encoder->feedPcm(pcm); }, Qt::QueuedConnection);
+}
+
+// Feeds PCM in 20 ms blocks at the microphone's pace, as the mixer does.
+class Microphone : public QObject {
+public:
+    Microphone(DmrVoiceEncoder* target, QByteArray audio) : encoder(target), pcm(std::move(audio))
+    {
+        timer.setTimerType(Qt::PreciseTimer);
+        connect(&timer, &QTimer::timeout, this, [this] {
+            feed(encoder, pcm.left(320));
+            pcm.remove(0, 320);
+            if (pcm.isEmpty())
+                timer.stop();
+        });
+        timer.start(20);
+    }
+    bool done() const { return pcm.isEmpty(); }
+
+private:
+    DmrVoiceEncoder* encoder;
+    QByteArray pcm;
+    QTimer timer;
+};
+
+QByteArray tones(const QList<int>& pitches, int framesEach)
+{
+    QByteArray pcm;
+    for (int pitch : pitches)
+        pcm += SimulatedAmbeChip::sine(8000, pitch, 160 * framesEach);
+    return pcm;
+}
+
+// The pitches of successive 20 ms frames, runs collapsed, silence and stray frames left out.
+QList<int> pitchSequence(const QList<QByteArray>& frames, const QList<int>& expected)
+{
+    QList<int> out;
+    for (const QByteArray& frame : frames) {
+        const SimulatedAmbeChip::Tone tone = SimulatedAmbeChip::analyse(frame);
+        if (tone.level < 1000)
+            continue;
+        for (int pitch : expected) {
+            if (qAbs(tone.frequency - pitch) <= pitch / 20) {
+                if (out.isEmpty() || out.last() != pitch)
+                    out.append(pitch);
+                break;
+            }
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+class TestDmrVoice : public QObject {
+    Q_OBJECT
+
+private:
+    TempConfigHome home;
+    kit::ChipFarm chips;
+
+private slots:
+    void initTestCase() { QVERIFY(chips.start(2)); }
+
+    void cleanup() { QTRY_COMPARE(kit::ChipFarm::pool()->leasedCount(), 0); }
+
+    void decoderHeaderAloneTakesNoChipAndShortFramesDecodeNothing()
+    {
+        kit::LogCapture log;
+        auto* decoder = new DmrVoiceDecoder;
+        decoder->moveToThread(kit::ChipFarm::worker());
+        const QByteArray burst = kit::toneBurst(8000, 500);
+        const int before = chips.channelPackets();
+
+        // A voice LC header and a terminator neither start nor end anything.
+        QMetaObject::invokeMethod(decoder, "onDmrFrame", Q_ARG(QByteArray, kit::dmrd(0, kSrc, kTg, 0x21, 0x11, burst)));
+        QMetaObject::invokeMethod(decoder, "onDmrFrame", Q_ARG(QByteArray, kit::dmrd(1, kSrc, kTg, 0x22, 0x11, burst)));
+        // Shorter than 47 bytes: dropped.
+        QMetaObject::invokeMethod(decoder, "onDmrFrame",
+                                  Q_ARG(QByteArray, kit::dmrd(2, kSrc, kTg, 0x10, 0x22, burst, 46)));
+        quint32 stream = 1;
+        kit::onWorker(decoder, [&] { stream = decoder->currentStreamId(); });
+        QCOMPARE(stream, 0u);
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+
+        // 47 to 52 bytes: the stream starts, with a chip, but there is no whole burst to decode.
+        for (int size = 47; size <= 52; ++size)
+            QMetaObject::invokeMethod(decoder, "onDmrFrame",
+                                      Q_ARG(QByteArray, kit::dmrd(quint8(size), kSrc, kTg, 0x10, 0x33, burst, size)));
+        bool chip = false;
+        kit::onWorker(decoder, [&] {
+            stream = decoder->currentStreamId();
+            chip = decoder->hasChip();
+        });
+        QCOMPARE(stream, 0x33u);
+        QVERIFY(chip);
+        QCOMPARE(log.matching("DMR voice stream START").size(), 1);
+        QVERIFY(log.contains("DMR voice stream START id= 33 chip= acquired"));
+        QCOMPARE(chips.channelPackets(), before);
+
+        kit::onWorker(decoder, [&] { decoder->endStream(); });
+        QVERIFY(log.contains("DMR voice stream STOP id= 33"));
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+        kit::deleteOnWorker(decoder);
+    }
+
+    void decodersShareTheChipsAndTheThirdStaysSilentButTracked()
+    {
+        kit::LogCapture log;
+        QList<DmrVoiceDecoder*> decoders;
+        QList<int> pcmFrames(3, 0);
+        for (int i = 0; i < 3; ++i) {
+            auto* d = new DmrVoiceDecoder;
+            d->moveToThread(kit::ChipFarm::worker());
+            connect(d, &DmrVoiceDecoder::pcmReady, this, [&pcmFrames, i] { ++pcmFrames[i]; });
+            decoders.append(d);
+        }
+        const QByteArray burst = kit::toneBurst(8000, 700);
+        for (int seq = 0; seq < 4; ++seq) {
+            for (int i = 0; i < 3; ++i)
+                QMetaObject::invokeMethod(
+                    decoders[i], "onDmrFrame",
+                    Q_ARG(QByteArray, kit::dmrd(quint8(seq), kSrc + quint32(i), kTg, quint8(seq == 0 ? 0x10 : seq),
+                                                0x100u + quint32(i), burst)));
+        }
+        QTRY_COMPARE(pcmFrames[0], 12);
+        QTRY_COMPARE(pcmFrames[1], 12);
+        QCOMPARE(pcmFrames[2], 0);
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 2);
+        quint32 thirdStream = 0;
+        bool thirdChip = true;
+        kit::onWorker(decoders[2], [&] {
+            thirdStream = decoders[2]->currentStreamId();
+            thirdChip = decoders[2]->hasChip();
+        });
+        QCOMPARE(thirdStream, 0x102u);
+        QVERIFY(!thirdChip);
+        QVERIFY(log.contains("DMR voice stream START id= 102 chip= (none — no AMBE stick)"));
+        for (DmrVoiceDecoder* d : decoders) {
+            kit::onWorker(d, [d] { d->endStream(); });
+            kit::deleteOnWorker(d);
+        }
+    }
+
+    void streamThatJustStopsEndsAfterTheIdleTime()
+    {
+        kit::LogCapture log;
+        auto* decoder = new DmrVoiceDecoder;
+        decoder->moveToThread(kit::ChipFarm::worker());
+        qint64 lastFrameAt = 0;
+        const QByteArray burst = kit::toneBurst(6000, 900);
+        for (int seq = 0; seq < 3; ++seq) {
+            kit::onWorker(decoder, [&, seq] {
+                decoder->onDmrFrame(kit::dmrd(quint8(seq), kSrc, kTg, quint8(seq == 0 ? 0x10 : seq), 0x4242, burst));
+                lastFrameAt = QDateTime::currentMSecsSinceEpoch();
+            });
+        }
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 1);
+        const QString idle = "DMR voice stream IDLE timeout (no frame for 1000 ms) — closing stream";
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(idle), 3000);
+        const qint64 idleAfter = log.timeOf(idle) - lastFrameAt;
+        // 1000 ms plus up to one 250 ms check, with a little room for a loaded machine.
+        QVERIFY2(idleAfter >= 1000 && idleAfter <= 1300, qPrintable(QString::number(idleAfter)));
+        QVERIFY(log.contains("DMR voice stream STOP id= 4242"));
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+        kit::deleteOnWorker(decoder);
+    }
+
+    void endStreamWaitsForTheChipButNotForever()
+    {
+        kit::LogCapture log;
+        auto* decoder = new DmrVoiceDecoder;
+        decoder->moveToThread(kit::ChipFarm::worker());
+        std::atomic<int> frames{0};
+        connect(
+            decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+        const QByteArray burst = kit::toneBurst(6000, 1100);
+
+        // A slow chip: the tail of the stream still comes out before endStream returns.
+        chips.chip(0).setDelay(40);
+        chips.chip(1).setDelay(40);
+        kit::onWorker(decoder, [&] {
+            decoder->onDmrFrame(kit::dmrd(0, kSrc, kTg, 0x10, 0x77, burst));
+            decoder->endStream();
+        });
+        QCOMPARE(frames.load(), 3);
+        QVERIFY(!log.contains("drain timeout"));
+
+        // A chip that has stopped answering holds the stream's end for 150 ms only.
+        chips.chip(0).setDelay(0);
+        chips.chip(1).setDelay(0);
+        chips.chip(0).setHoldReplies(true);
+        chips.chip(1).setHoldReplies(true);
+        qint64 waited = 0;
+        kit::onWorker(decoder, [&] {
+            decoder->onDmrFrame(kit::dmrd(0, kSrc, kTg, 0x10, 0x78, burst));
+            QElapsedTimer clock;
+            clock.start();
+            decoder->endStream();
+            waited = clock.elapsed();
+        });
+        QVERIFY2(waited >= 150 && waited < 400, qPrintable(QString::number(waited)));
+        QVERIFY(log.contains("DmrVoiceDecoder::endStream: drain timeout — 3 PCM frames untouched"));
+        QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 0);
+        chips.chip(0).setHoldReplies(false);
+        chips.chip(1).setHoldReplies(false);
+        // The late answers reach nobody.
+        QTest::qWait(100);
+        QCOMPARE(frames.load(), 3);
+        kit::deleteOnWorker(decoder);
+    }
+
+    void shortPttSendsHeaderAndTerminatorOnly()
+    {
+        Peers peers;
+        QVERIFY(peers.login());
+        DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+        kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, kTg, false); });
+        feed(encoder, tones({1000}, 8));
+        QTest::qWait(150);
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+        QTRY_COMPARE(peers.sentByA().size(), 2);
+        QTest::qWait(200);
+        const QList<QByteArray> sent = peers.sentByA();
+        QCOMPARE(sent.size(), 2);
+        QCOMPARE(flagsOf(sent.at(0)), kHeaderSlot2);
+        QCOMPARE(flagsOf(sent.at(1)), kTerminatorSlot2);
+        QCOMPARE(sent.at(0).mid(16, 4), sent.at(1).mid(16, 4));
+        kit::deleteOnWorker(encoder);
+    }
+
+    void pauseInTheMicrophoneMakesGapsNotSilence()
+    {
+        kit::LogCapture log;
+        Peers peers;
+        QVERIFY(peers.login());
+        DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+        kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, kTg, false); });
+        {
+            Microphone mic(encoder, tones({600}, 30));
+            QTRY_VERIFY_WITH_TIMEOUT(mic.done(), 5000);
+        }
+        int skipBefore = 0;
+        int emptyBefore = 0;
+        QTest::qWait(400); // the queue runs dry
+        kit::onWorker(encoder, [&] {
+            skipBefore = encoder->paceSkipCount();
+            emptyBefore = encoder->burstEmptyCount();
+        });
+        QTest::qWait(1000);
+        int skipAfter = 0;
+        int emptyAfter = 0;
+        kit::onWorker(encoder, [&] {
+            skipAfter = encoder->paceSkipCount();
+            emptyAfter = encoder->burstEmptyCount();
+        });
+        // One second without audio: about 50 speech ticks and 16 burst ticks find nothing.
+        QVERIFY2(skipAfter - skipBefore >= 40, qPrintable(QString::number(skipAfter - skipBefore)));
+        QVERIFY2(emptyAfter - emptyBefore >= 12, qPrintable(QString::number(emptyAfter - emptyBefore)));
+        {
+            Microphone mic(encoder, tones({600}, 15));
+            QTRY_VERIFY_WITH_TIMEOUT(mic.done(), 5000);
+        }
+        QTest::qWait(500);
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+
+        // Every burst sent carries speech: 45 frames made 15 bursts and nothing was filled in.
+        QList<QByteArray> sent;
+        QTRY_VERIFY((sent = peers.sentByA()).size() >= 2 && flagsOf(sent.last()) == kTerminatorSlot2);
+        const QList<QByteArray> voice = sent.mid(1, sent.size() - 2);
+        QCOMPARE(voice.size(), 15);
+        for (const QByteArray& frame : voice)
+            QCOMPARE(kit::burstPitches(frame.mid(20, 33)), (QList<int>{600, 600, 600}));
+        const QStringList diag = log.matching("DMR-TX diag: dur=");
+        QCOMPARE(diag.size(), 1);
+        QVERIFY2(diag.first().contains("paceSent=45 ") && diag.first().contains("burstSent=15 "),
+                 qPrintable(diag.first()));
+        kit::deleteOnWorker(encoder);
+    }
+
+    void oddLengthBlocksLoseNoByte()
+    {
+        Peers peers;
+        QVERIFY(peers.login());
+        DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+        kit::onWorker(encoder, [&] { encoder->startStream(1, kSrc, kTg, true); });
+        // 18 frames of one pitch cut into blocks of odd length: one lost byte would turn every
+        // later sample inside out.
+        QByteArray pcm = tones({1500}, 18);
+        const QList<int> sizes{161, 99, 301, 7, 1, 333};
+        for (int i = 0; !pcm.isEmpty(); ++i) {
+            feed(encoder, pcm.left(sizes.at(i % sizes.size())));
+            pcm.remove(0, sizes.at(i % sizes.size()));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(peers.sentByA().size() == 7, 3000);
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+        const QList<QByteArray> sent = peers.sentByA();
+        for (const QByteArray& frame : sent.mid(1, 6)) {
+            QVERIFY(flagsOf(frame) & 0x40); // private call
+            QCOMPARE(kit::burstPitches(frame.mid(20, 33)), (QList<int>{1500, 1500, 1500}));
+        }
+        kit::deleteOnWorker(encoder);
+    }
+
+    void queueHoldsThirtyBurstsWithoutANetwork()
+    {
+        DmrVoiceEncoder* encoder = encoderOnWorker(nullptr);
+        // Speech at ten times the pace; nothing takes the bursts away.
+        kit::onWorker(encoder, [&] {
+            encoder->setIntervalsForTests(2, 60, 240);
+            encoder->startStream(1, kSrc, kTg, false);
+        });
+        int queued = 0;
+        const auto speechPosted = [this] {
+            return chips.chip(0).packetsReceived(2) + chips.chip(1).packetsReceived(2);
+        };
+        const int before = speechPosted();
+        // Four seconds of speech in one-second blocks, each taken by the chip before the next.
+        for (int round = 1; round <= 4; ++round) {
+            feed(encoder, tones({800}, 48));
+            QTRY_VERIFY_WITH_TIMEOUT(speechPosted() - before >= 48 * round, 5000);
+        }
+        QTRY_VERIFY_WITH_TIMEOUT((kit::onWorker(encoder, [&] { queued = encoder->queuedBursts(); }), queued == 30),
+                                 5000);
+        QTest::qWait(300);
+        kit::onWorker(encoder, [&] { queued = encoder->queuedBursts(); });
+        QCOMPARE(queued, 30);
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+        kit::deleteOnWorker(encoder);
+    }
+
+    void startWhileActiveEndsTheOldStreamFirst()
+    {
+        kit::LogCapture log;
+        Peers peers;
+        QVERIFY(peers.login());
+        DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+        kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, kTg, false); });
+        kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, 92, false); });
+        QVERIFY(log.contains("DmrVoiceEncoder::startStream: already active, stopping first"));
+        QTRY_COMPARE(peers.sentByA().size(), 3);
+        const QList<QByteArray> sent = peers.sentByA();
+        QCOMPARE(flagsOf(sent.at(0)), kHeaderSlot2);
+        QCOMPARE(flagsOf(sent.at(1)), kTerminatorSlot2);
+        QCOMPARE(sent.at(1).mid(16, 4), sent.at(0).mid(16, 4));
+        QCOMPARE(flagsOf(sent.at(2)), kHeaderSlot2);
+        QVERIFY(sent.at(2).mid(16, 4) != sent.at(0).mid(16, 4));
+        QCOMPARE(sent.at(2).mid(8, 3), kit::be32(92).mid(1));
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+        kit::deleteOnWorker(encoder);
+    }
+
+    void toneSequenceCrossesTheMasterFromPeerAToPeerB()
+    {
+        Peers peers;
+        QVERIFY(peers.login());
+        QSignalSpy heard(&peers.b, &DmrPeerClient::rxStreamHeard);
+        QSignalSpy ended(&peers.b, &DmrPeerClient::rxStreamEnded);
+        DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+        const QList<int> pitches{400, 900, 1400, 600, 2000};
+        kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, kTg, false); });
+        {
+            Microphone mic(encoder, tones(pitches, 15));
+            QTRY_VERIFY_WITH_TIMEOUT(mic.done(), 5000);
+        }
+        // 75 frames make 25 bursts, all out after the head start.
+        QTRY_VERIFY_WITH_TIMEOUT(peers.sentByA().size() == 26, 5000);
+        kit::onWorker(encoder, [&] { encoder->stopStream(); });
+
+        QTRY_COMPARE(peers.sentByA().size(), 27);
+        const QList<QByteArray> sent = peers.sentByA();
+        QCOMPARE(flagsOf(sent.first()), kHeaderSlot2);
+        QCOMPARE(flagsOf(sent.last()), kTerminatorSlot2);
+        for (int i = 1; i <= 25; ++i) {
+            const int letter = (i - 1) % 6;
+            QCOMPARE(flagsOf(sent.at(i)), quint8(0x80 | (letter == 0 ? 0x10 : 0) | letter));
+            QCOMPARE(quint8(sent.at(i).at(4)), quint8(i));
+        }
+
+        QTRY_VERIFY_WITH_TIMEOUT(peers.pushed.size() >= 75, 5000);
+        QList<QByteArray> frames;
+        for (const Peers::Pushed& p : std::as_const(peers.pushed)) {
+            QCOMPARE(p.mode, QString("dmr"));
+            QCOMPARE(p.peer, QString("B"));
+            frames.append(p.pcm);
+        }
+        QCOMPARE(pitchSequence(frames, pitches), pitches);
+
+        QCOMPARE(heard.count(), 1);
+        const quint32 stream = qFromBigEndian<quint32>(sent.first().constData() + 16);
+        QCOMPARE(heard.at(0).at(0).toUInt(), kSrc);
+        QCOMPARE(heard.at(0).at(1).toUInt(), kTg);
+        QCOMPARE(heard.at(0).at(2).value<uchar>(), uchar(2));
+        QCOMPARE(heard.at(0).at(3).toUInt(), stream);
+        QCOMPARE(heard.at(0).at(4).toBool(), false);
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 4000);
+        QCOMPARE(ended.at(0).at(0).toUInt(), stream);
+        kit::deleteOnWorker(encoder);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDmrVoice)
+#include "tst_dmrvoice.moc"
