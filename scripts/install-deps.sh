@@ -13,6 +13,7 @@ libspdlog-dev libfmt-dev
 libbenchmark-dev
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps
 espeak-ng sox
+svxlink-server iaxmodem tshark
 "
 
 missing=""

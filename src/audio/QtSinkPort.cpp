@@ -29,12 +29,16 @@ qsizetype QtSinkPort::bufferSize() const
 
 qsizetype QtSinkPort::bytesFree() const
 {
-    return sink->bytesFree();
+    const qint64 played = sink->format().bytesForDuration(sink->processedUSecs());
+    const qint64 queued = qMax<qint64>(0, written - played);
+    return qMax<qint64>(0, sink->bufferSize() - queued);
 }
 
 qint64 QtSinkPort::write(const char* data, qint64 size)
 {
-    return sinkDevice ? sinkDevice->write(data, size) : 0;
+    const qint64 taken = sinkDevice ? sinkDevice->write(data, size) : 0;
+    written += qMax<qint64>(0, taken);
+    return taken;
 }
 
 void QtSinkPort::resumeIfSuspended()

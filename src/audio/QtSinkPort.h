@@ -10,6 +10,9 @@ class QIODevice;
 namespace zl::audio {
 
 // A QAudioSink in push mode on one device, stopped and deleted with this object.
+// PulseAudio's writable size is what the server asks for next, not the free part of the
+// queue (it starts at one period and never comes near the buffer size), so the free space
+// is counted here: the buffer size less what was written and not yet played.
 class QtSinkPort : public SinkPort {
 public:
     QtSinkPort(const QAudioDevice& device, const QAudioFormat& format, qsizetype bufferBytes);
@@ -24,6 +27,7 @@ public:
 private:
     QAudioSink* sink = nullptr;
     QIODevice* sinkDevice = nullptr;
+    qint64 written = 0;
 };
 
 } // namespace zl::audio

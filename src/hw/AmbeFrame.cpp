@@ -86,6 +86,18 @@ uint32_t golay24Encode(uint32_t data12)
     return (word << 1) | (__builtin_popcount(word) & 1);
 }
 
+bool golay24Decode(uint32_t word24, uint32_t& data12)
+{
+    const Tables& t = tables();
+    const uint32_t word23 = (word24 >> 1) & 0x7FFFFF;
+    const uint32_t error = t.errorPattern[golaySyndrome(word23)];
+    const uint32_t corrected = word23 ^ error;
+    data12 = corrected >> 11;
+    // Three corrected bits and a wrong overall parity mean four errors: a wrong code word.
+    const bool parityOk = ((__builtin_popcount(corrected) + (word24 & 1)) & 1) == 0;
+    return parityOk || __builtin_popcount(error) < 3;
+}
+
 void ambe72To49(const uint8_t in[9], uint8_t out[7])
 {
     const Tables& t = tables();

@@ -14,5 +14,8 @@ void ambe49To72(const uint8_t in[7], uint8_t out[9]);
 
 // The Golay(24,12) code word of 12 data bits: the Golay(23,12) word, then an even parity bit.
 uint32_t golay24Encode(uint32_t data12);
+// Decodes a Golay(24,12) code word: up to three bit errors are corrected; four are detected,
+// and then the result is false.
+bool golay24Decode(uint32_t word24, uint32_t& data12);
 
 } // namespace zl::hw

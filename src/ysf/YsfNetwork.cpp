@@ -1,20 +1,14 @@
 #include "YsfNetwork.h"
 
 #include "YsfFrame.h"
-#include "app/HostLookup.h"
 
 #include <QDebug>
-#include <QNetworkDatagram>
-#include <QTimer>
-#include <QUdpSocket>
 
 namespace zl::ysf {
 
-YsfNetwork::YsfNetwork(const QString& ownCallsign, const QString& optionText, QObject* parent)
-    : QObject(parent), callsign(ownCallsign), options(optionText), pollTimer(new QTimer(this))
+YsfNetwork::YsfNetwork(const QString& callsign, const QString& optionText, QObject* parent)
+    : PolledUdpLink(QStringLiteral("YSF"), QStringLiteral("YsfNetwork"), callsign, parent), options(optionText)
 {
-    pollTimer->setInterval(5000);
-    connect(pollTimer, &QTimer::timeout, this, &YsfNetwork::sendPoll);
 }
 
 YsfNetwork::~YsfNetwork()
@@ -22,88 +16,41 @@ YsfNetwork::~YsfNetwork()
     disconnectFrom();
 }
 
-void YsfNetwork::setPollInterval(int ms)
+bool YsfNetwork::connectTo(const QString& host, quint16 port)
 {
-    pollTimer->setInterval(ms);
-}
-
-bool YsfNetwork::connectTo(const QString& host, quint16 reflectorPort)
-{
-    disconnectFrom();
-    port = reflectorPort;
-    address = lookupHost(host);
-    if (address.isNull()) {
-        emit errorReported(QStringLiteral("YSF: cannot resolve %1").arg(host));
-        return false;
-    }
-    socket = new QUdpSocket(this);
-    if (!socket->bind(QHostAddress::Any, 0)) {
-        emit errorReported(QStringLiteral("YSF: cannot bind UDP"));
-        socket->deleteLater();
-        socket = nullptr;
-        return false;
-    }
-    connect(socket, &QUdpSocket::readyRead, this, &YsfNetwork::onReadyRead);
-    linkedUp = false;
     optionSent = false;
-    qInfo() << "YsfNetwork: connecting to" << host << port << "as" << callsign;
-    sendPoll();
-    pollTimer->start();
-    return true;
-}
-
-void YsfNetwork::disconnectFrom()
-{
-    if (socket) {
-        if (linkedUp)
-            socket->writeDatagram(buildYsfControl("YSFU", callsign), address, port);
-        socket->disconnect(this);
-        socket->deleteLater();
-        socket = nullptr;
-    }
-    pollTimer->stop();
-    if (linkedUp) {
-        linkedUp = false;
-        emit linked(false);
-    }
+    return PolledUdpLink::connectTo(host, port);
 }
 
 void YsfNetwork::sendFrame(const QByteArray& ysfd155)
 {
-    // Frames go out whether or not the reflector has answered yet.
-    if (socket && ysfd155.size() == kYsfdSize)
-        socket->writeDatagram(ysfd155, address, port);
+    if (ysfd155.size() == kYsfdSize)
+        send(ysfd155);
 }
 
-void YsfNetwork::sendPoll()
+QByteArray YsfNetwork::pollDatagram() const
 {
-    if (socket)
-        socket->writeDatagram(buildYsfControl("YSFP", callsign), address, port);
+    return buildYsfControl("YSFP", ownCallsign());
 }
 
-void YsfNetwork::onReadyRead()
+QByteArray YsfNetwork::unlinkDatagram() const
 {
-    while (socket && socket->hasPendingDatagrams()) {
-        const QNetworkDatagram datagram = socket->receiveDatagram();
-        if (datagram.senderPort() != port ||
-            !datagram.senderAddress().isEqual(address, QHostAddress::TolerantConversion))
-            continue;
-        const QByteArray data = datagram.data();
-        if (!linkedUp)
-            qInfo() << "YsfNetwork: rx" << data.size() << "B tag" << data.left(4) << "from" << datagram.senderAddress();
-        if (data.startsWith("YSFP")) {
-            if (!linkedUp) {
-                linkedUp = true;
-                qInfo() << "YsfNetwork: linked";
-                emit linked(true);
-            }
-            if (!optionSent && !options.isEmpty()) {
-                socket->writeDatagram(buildYsfOptions(callsign, options), address, port);
-                optionSent = true;
-            }
-        } else if (data.startsWith("YSFD")) {
-            emit dataReceived(data.left(kYsfdSize));
+    return buildYsfControl("YSFU", ownCallsign());
+}
+
+void YsfNetwork::onDatagram(const QByteArray& data, const QHostAddress& from)
+{
+    if (!isLinked())
+        qInfo() << "YsfNetwork: rx" << data.size() << "B tag" << data.left(4) << "from" << from;
+    if (data.startsWith("YSFP")) {
+        setLinked(true);
+        if (!optionSent && !options.isEmpty()) {
+            send(buildYsfOptions(ownCallsign(), options));
+            optionSent = true;
         }
+    } else if (data.startsWith("YSFD")) {
+        // A YSFD does not count as an answer: only polls link.
+        emit dataReceived(data.left(kYsfdSize));
     }
 }
 

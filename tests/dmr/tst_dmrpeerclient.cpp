@@ -15,6 +15,13 @@ using zl::dmr::DmrPeerClient;
 
 namespace {
 
+// Protocol time on a sped-up clock: a timer may fire late on a loaded machine, by up to
+// 150 ms of real time, but never early.
+bool onTime(qint64 actual, qint64 expected)
+{
+    return actual > expected - 300 && actual < expected + 1500;
+}
+
 constexpr quint32 kPeerId = 240000001;
 const QString kPassword = QStringLiteral("s3cret");
 
@@ -152,8 +159,8 @@ private slots:
         const QList<HomebrewMaster::Datagram> logins = rig.master.receivedWith("RPTL");
         QCOMPARE(logins.size(), 3);
         const QList<qint64> g = gaps(logins);
-        QVERIFY2(qAbs(g.at(0) - 2000) < 300, qPrintable(QString::number(g.at(0))));
-        QVERIFY2(qAbs(g.at(1) - 4000) < 300, qPrintable(QString::number(g.at(1))));
+        QVERIFY2(onTime(g.at(0), 2000), qPrintable(QString::number(g.at(0))));
+        QVERIFY2(onTime(g.at(1), 4000), qPrintable(QString::number(g.at(1))));
         // Final: nothing more goes out.
         QVERIFY(!QTest::qWaitFor([&] { return rig.master.receivedWith("RPTL").size() > 3; }, 1000));
         QCOMPARE(rig.client.state(), DmrPeerClient::Failed);
@@ -200,9 +207,9 @@ private slots:
         const QList<HomebrewMaster::Datagram> logins = rig.master.receivedWith("RPTL");
         QCOMPARE(logins.size(), 3);
         for (qint64 gap : gaps(logins))
-            QVERIFY2(qAbs(gap - 4000) < 400, qPrintable(QString::number(gap)));
+            QVERIFY2(onTime(gap, 4000), qPrintable(QString::number(gap)));
         const qint64 total = failedAt - logins.constFirst().ms;
-        QVERIFY2(qAbs(total - 12000) < 500, qPrintable(QString::number(total)));
+        QVERIFY2(onTime(total, 12000), qPrintable(QString::number(total)));
         QCOMPARE(rig.master.received().size(), 3);
     }
 
@@ -214,7 +221,7 @@ private slots:
         const QList<HomebrewMaster::Datagram> pings = rig.master.receivedWith("RPTPING");
         QCOMPARE(pings.constFirst().data, QByteArray("RPTPING") + be32(kPeerId));
         for (qint64 gap : gaps(pings))
-            QVERIFY2(qAbs(gap - 5000) < 300, qPrintable(QString::number(gap)));
+            QVERIFY2(onTime(gap, 5000), qPrintable(QString::number(gap)));
         QCOMPARE(rig.master.receivedWith("RPTL").size(), 1); // answered pings keep the link
 
         // The master stops answering: after 30 s without anything the client logs in again.

@@ -1,0 +1,245 @@
+// The mixer on a real sound server: a private PulseAudio with null sinks and a sine source.
+// What the mixer plays is recorded from the null sink's monitor with parec.
+#include "PulseServer.h"
+#include "TempConfigHome.h"
+#include "app/Config.h"
+#include "audio/AudioMixer.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+using namespace zl::audio;
+
+namespace {
+
+constexpr int kMonitorRate = 48000;
+
+// One 20 ms frame of a 1 kHz tone at 8 kHz: eight samples per period, so every frame is the same.
+QByteArray toneFrame()
+{
+    QByteArray pcm(320, Qt::Uninitialized);
+    auto* s = reinterpret_cast<qint16*>(pcm.data());
+    for (int i = 0; i < 160; ++i)
+        s[i] = qint16(std::lround(10000.0 * std::sin(2.0 * M_PI * 1000.0 * i / 8000.0)));
+    return pcm;
+}
+
+QVector<qint16> samplesOf(const QByteArray& bytes)
+{
+    QVector<qint16> s(bytes.size() / 2);
+    std::memcpy(s.data(), bytes.constData(), size_t(s.size()) * 2);
+    return s;
+}
+
+// Rising zero crossings per second over [from, to).
+double frequencyOf(const QVector<qint16>& s, qsizetype from, qsizetype to, int rate)
+{
+    int crossings = 0;
+    qsizetype first = -1, last = -1;
+    for (qsizetype i = from + 1; i < to; ++i) {
+        if (s[i - 1] < 0 && s[i] >= 0) {
+            ++crossings;
+            if (first < 0)
+                first = i;
+            last = i;
+        }
+    }
+    return crossings > 1 ? double(crossings - 1) * rate / double(last - first) : 0.0;
+}
+
+// parec on a monitor, with the arrival time of every chunk.
+struct Recording {
+    QProcess* parec = nullptr;
+    QByteArray data;
+    QList<QPair<qint64, qsizetype>> arrivals; // ms on clock, total bytes after the chunk
+    QElapsedTimer clock;
+
+    Recording(const PulseServer& pulse, const QString& sink, QObject* parent)
+    {
+        clock.start();
+        parec = pulse.record(sink, parent);
+        QObject::connect(parec, &QProcess::readyReadStandardOutput, parent, [this] {
+            data += parec->readAllStandardOutput();
+            arrivals.append({clock.elapsed(), data.size()});
+        });
+    }
+    ~Recording()
+    {
+        parec->kill();
+        parec->waitForFinished(5000);
+    }
+    // When the byte at offset reached us.
+    qint64 arrivalOf(qsizetype offset) const
+    {
+        for (const auto& a : arrivals) {
+            if (a.second > offset)
+                return a.first;
+        }
+        return -1;
+    }
+};
+
+} // namespace
+
+class TestAudioMixerPulse : public QObject {
+    Q_OBJECT
+
+private:
+    TempConfigHome home;
+    std::unique_ptr<PulseServer> pulse;
+
+private slots:
+    void initTestCase()
+    {
+        pulse = std::make_unique<PulseServer>();
+        if (!pulse->isRunning())
+            QSKIP(qPrintable("no PulseAudio server could be started: " + pulse->failure()));
+    }
+
+    void cleanupTestCase() { pulse.reset(); }
+
+    void toneArrivesWholeAfterTheJitterDepth()
+    {
+        AudioMixer mixer;
+        QCOMPARE(mixer.rxJitterDepthMs(), 200);
+        Recording rec(*pulse, QStringLiteral("zl_null"), this);
+        QTRY_VERIFY_WITH_TIMEOUT(rec.data.size() > kMonitorRate / 10 * 2, 10000); // the monitor runs
+
+        // 50 frames, each pushed when its 20 ms are due.
+        const QByteArray frame = toneFrame();
+        int pushed = 0;
+        qint64 firstPushMs = -1;
+        qsizetype firstPushOffset = 0;
+        QTimer pacer;
+        pacer.setTimerType(Qt::PreciseTimer);
+        QElapsedTimer paced;
+        connect(&pacer, &QTimer::timeout, this, [&] {
+            while (pushed < 50 && (pushed == 0 || paced.elapsed() >= pushed * 20)) {
+                if (pushed == 0) {
+                    paced.start();
+                    firstPushMs = rec.clock.elapsed();
+                    firstPushOffset = rec.data.size();
+                }
+                mixer.pushPcm(QStringLiteral("dmr"), frame, QStringLiteral("peer"));
+                ++pushed;
+            }
+        });
+        pacer.start(2);
+        QTRY_COMPARE_WITH_TIMEOUT(pushed, 50, 10000);
+        pacer.stop();
+        QTRY_COMPARE_WITH_TIMEOUT(mixer.nowPlayingMode(), QString(), 10000);
+        const qsizetype wanted = rec.data.size() + kMonitorRate / 5 * 2;
+        QTRY_VERIFY_WITH_TIMEOUT(rec.data.size() > wanted, 10000);
+
+        const QVector<qint16> s = samplesOf(rec.data);
+        qsizetype start = -1, end = -1;
+        for (qsizetype i = firstPushOffset / 2; i < s.size(); ++i) {
+            if (qAbs(s[i]) > 2000) {
+                if (start < 0)
+                    start = i;
+                end = i;
+            }
+        }
+        QVERIFY2(start >= 0, "no tone on the monitor");
+        const double toneMs = double(end - start) * 1000.0 / kMonitorRate;
+        // A late beat of a loaded machine may let the server run dry and skip a few milliseconds.
+        QVERIFY2(qAbs(toneMs - 1000.0) < 20.0, qPrintable(QString::number(toneMs)));
+        // No dropout: within the tone no stretch of 0.5 ms stays near zero.
+        int quiet = 0, longestQuiet = 0;
+        for (qsizetype i = start; i <= end; ++i) {
+            quiet = qAbs(s[i]) < 300 ? quiet + 1 : 0;
+            longestQuiet = qMax(longestQuiet, quiet);
+        }
+        QVERIFY2(longestQuiet < kMonitorRate / 2000, qPrintable(QString::number(longestQuiet)));
+        const double hz = frequencyOf(s, start, end, kMonitorRate);
+        QVERIFY2(qAbs(hz - 1000.0) < 10.0, qPrintable(QString::number(hz)));
+        const qint64 delay = rec.arrivalOf(start * 2) - firstPushMs;
+        qInfo("pushPcm to sink monitor: %lld ms (jitter buffer %d ms), tone %.1f ms at %.2f Hz", delay,
+              mixer.rxJitterDepthMs(), toneMs, hz);
+        QVERIFY2(delay >= 150 && delay <= 500, qPrintable(QString::number(delay)));
+    }
+
+    void speakerIsChosenByDescription()
+    {
+        AudioMixer mixer;
+        const int second = pulse->sinkIndex(QStringLiteral("zl_other"));
+        const int fallback = pulse->sinkIndex(QStringLiteral("zl_null"));
+        QVERIFY(second >= 0 && fallback >= 0);
+        mixer.setSpkDevice(QStringLiteral("zl-second"));
+        QVERIFY(mixer.hasSink());
+        QTRY_COMPARE_WITH_TIMEOUT(pulse->sinkInputSinks(), QList<int>{second}, 10000);
+        // No device of that description: the system default.
+        mixer.setSpkDevice(QStringLiteral("no such speaker"));
+        QVERIFY(mixer.hasSink());
+        QTRY_COMPARE_WITH_TIMEOUT(pulse->sinkInputSinks(), QList<int>{fallback}, 10000);
+        mixer.shutdown();
+        QVERIFY(!mixer.hasSink());
+        QTRY_COMPARE_WITH_TIMEOUT(pulse->sinkInputSinks(), QList<int>{}, 10000);
+        mixer.pushPcm(QStringLiteral("dmr"), toneFrame());
+        QVERIFY(!mixer.hasSink());
+    }
+
+    void microphoneDeliversEightKilohertz()
+    {
+        AudioMixer mixer;
+        QSignalSpy blocks(&mixer, &AudioMixer::micPcmReady);
+        QSignalSpy level(&mixer, &AudioMixer::micLevelChanged);
+        // A description that matches nothing takes the default source, the sine generator.
+        mixer.setMicDevice(QStringLiteral("no such microphone"));
+        QVERIFY(mixer.hasSource());
+        QTRY_VERIFY_WITH_TIMEOUT(!blocks.isEmpty(), 10000);
+        blocks.clear();
+        QElapsedTimer clock;
+        clock.start();
+        QByteArray pcm;
+        QTRY_VERIFY_WITH_TIMEOUT((pcm =
+                                      [&] {
+                                          QByteArray all;
+                                          for (const auto& b : blocks)
+                                              all += b.first().toByteArray();
+                                          return all;
+                                      }())
+                                         .size() >= 8000 * 2,
+                                 15000);
+        const qint64 elapsed = clock.elapsed();
+        // Blocks come as the device delivers them: small, whole samples.
+        for (const auto& b : blocks) {
+            const qsizetype size = b.first().toByteArray().size();
+            QVERIFY(size % 2 == 0);
+            QVERIFY2(size <= 8000 / 5 * 2, qPrintable(QString::number(size)));
+        }
+        const QVector<qint16> s = samplesOf(pcm);
+        // The tone's pitch read at 8 kHz proves the rate of the samples; their count the pace.
+        const double hz = frequencyOf(s, 0, s.size(), 8000);
+        QVERIFY2(qAbs(hz - PulseServer::kToneHz) < PulseServer::kToneHz * 0.01, qPrintable(QString::number(hz)));
+        const double rate = double(s.size()) * 1000.0 / double(elapsed);
+        QVERIFY2(rate > 6000 && rate < 11000, qPrintable(QString::number(rate)));
+        QVERIFY(
+            std::any_of(level.begin(), level.end(), [](const QList<QVariant>& a) { return a.first().toInt() > 5; }));
+
+        // Muted: comfort noise in -16..16, still at the device's pace.
+        mixer.setMicMuted(true);
+        QCOMPARE(level.last().first().toInt(), 0);
+        blocks.clear();
+        QTRY_VERIFY_WITH_TIMEOUT(blocks.size() >= 5, 10000);
+        QByteArray noise;
+        for (const auto& b : blocks)
+            noise += b.first().toByteArray();
+        const QVector<qint16> n = samplesOf(noise);
+        QVERIFY(std::all_of(n.begin(), n.end(), [](qint16 v) { return v >= -16 && v <= 16; }));
+        QVERIFY(std::any_of(n.begin(), n.end(), [](qint16 v) { return v != 0; }));
+        QCOMPARE(level.last().first().toInt(), 0);
+
+        mixer.shutdown();
+        QVERIFY(!mixer.hasSource());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAudioMixerPulse)
+#include "tst_audiomixer_pulse.moc"

@@ -1,0 +1,39 @@
+#include "EchoLinkDirectoryServer.h"
+
+#include <QTcpSocket>
+
+EchoLinkDirectoryServer::EchoLinkDirectoryServer(const QHostAddress& address, quint16 port, QObject* parent)
+    : QObject(parent)
+{
+    server.listen(address, port);
+    connect(&server, &QTcpServer::newConnection, this, &EchoLinkDirectoryServer::onNewConnection);
+}
+
+QByteArray EchoLinkDirectoryServer::listReply(const QList<QList<QByteArray>>& records)
+{
+    QByteArray text = "@@@\n" + QByteArray::number(records.size()) + "\n";
+    for (const QList<QByteArray>& record : records)
+        for (const QByteArray& line : record)
+            text += line + "\n";
+    return text + "+++\n";
+}
+
+void EchoLinkDirectoryServer::onNewConnection()
+{
+    while (QTcpSocket* socket = server.nextPendingConnection()) {
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
+            const QByteArray request = socket->readAll();
+            requests.append(request);
+            emit requestReceived(request);
+            // A registration ends with its third CR; the list request is the single "s".
+            if (request.startsWith('l'))
+                socket->write(registrationReply);
+            else if (request == "s")
+                socket->write(stationList);
+            socket->flush();
+            if (!keepOpen)
+                socket->disconnectFromHost();
+        });
+    }
+}

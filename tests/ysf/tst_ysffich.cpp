@@ -1,0 +1,215 @@
+// FICH, voice field and header data of YSF V/D mode 2, checked by their decoders written
+// from the channel coding rules and by the properties of the codes.
+#include "hw/AmbeFrame.h"
+#include "ysf/YsfConvolution.h"
+#include "ysf/YsfCrc.h"
+#include "ysf/YsfFich.h"
+#include "ysf/YsfPayload.h"
+#include "ysf/YsfVoiceField.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+using namespace zl::ysf;
+
+namespace {
+
+void flipBit(QByteArray& data, int bit)
+{
+    data[bit / 8] = char(quint8(data.at(bit / 8)) ^ (0x80 >> (bit % 8)));
+}
+
+// A 72-bit frame as a chip would produce it: any 49 bits, coded.
+QByteArray chipFrame(QRandomGenerator& rng)
+{
+    QByteArray seven(7, '\0');
+    for (char& c : seven)
+        c = char(rng.bounded(256));
+    seven[6] = char(quint8(seven.at(6)) & 0x80);
+    QByteArray nine(9, '\0');
+    zl::hw::ambe49To72(reinterpret_cast<const uint8_t*>(seven.constData()), reinterpret_cast<uint8_t*>(nine.data()));
+    return nine;
+}
+
+} // namespace
+
+class TestYsfFich : public QObject {
+    Q_OBJECT
+
+private slots:
+    void golay24CorrectsThreeAndDetectsFour()
+    {
+        QRandomGenerator rng(3);
+        for (int round = 0; round < 6; ++round) {
+            const uint32_t data = rng.bounded(4096);
+            const uint32_t word = zl::hw::golay24Encode(data);
+            uint32_t out = 0;
+            for (int i = 0; i < 24; ++i) {
+                for (int j = i + 1; j < 24; ++j) {
+                    const uint32_t two = word ^ (1u << i) ^ (1u << j);
+                    QVERIFY(zl::hw::golay24Decode(two, out));
+                    QCOMPARE(out, data);
+                    for (int k = j + 1; k < 24; ++k) {
+                        QVERIFY(zl::hw::golay24Decode(two ^ (1u << k), out));
+                        QCOMPARE(out, data);
+                        for (int l = k + 1; l < 24; ++l)
+                            QVERIFY(!zl::hw::golay24Decode(two ^ (1u << k) ^ (1u << l), out));
+                    }
+                }
+            }
+        }
+    }
+
+    void fichRoundTripsAndFieldsSitWhereTheyBelong()
+    {
+        Fich f;
+        f.fi = 1;
+        f.fn = 5;
+        f.ft = 6;
+        f.dt = 2;
+        f.mr = 1;
+        f.sq = 0x55;
+        QCOMPARE(f.toBytes(), QByteArray::fromHex("402e0a55"));
+        const QByteArray field = encodeFich(f);
+        QCOMPARE(field.size(), 25);
+        const std::optional<Fich> back = decodeFich(field);
+        QVERIFY(back);
+        QCOMPARE(back->toBytes(), f.toBytes());
+
+        QRandomGenerator rng(5);
+        for (int round = 0; round < 300; ++round) {
+            const QByteArray four = QByteArray::number(rng.generate(), 16).rightJustified(8, '0');
+            Fich any = Fich::fromBytes(QByteArray::fromHex(four));
+            const std::optional<Fich> decoded = decodeFich(encodeFich(any));
+            QVERIFY(decoded);
+            QCOMPARE(decoded->toBytes(), any.toBytes());
+        }
+    }
+
+    void fichSurvivesScatteredErrorsAndRefusesGarbage()
+    {
+        Fich f;
+        f.fi = 0;
+        f.ft = 6;
+        f.dt = 2;
+        f.mr = 1;
+        f.sq = 7;
+        const QByteArray clean = encodeFich(f);
+        for (int a = 0; a < 200; a += 7) {
+            QByteArray noisy = clean;
+            flipBit(noisy, a);
+            flipBit(noisy, (a + 97) % 200);
+            const std::optional<Fich> decoded = decodeFich(noisy);
+            QVERIFY2(decoded, qPrintable(QString::number(a)));
+            QCOMPARE(decoded->sq, quint8(7));
+        }
+        QRandomGenerator rng(9);
+        int accepted = 0;
+        for (int round = 0; round < 200; ++round) {
+            QByteArray junk(25, '\0');
+            for (char& c : junk)
+                c = char(rng.bounded(256));
+            accepted += decodeFich(junk).has_value();
+        }
+        // Golay and CRC leave random data very little chance.
+        QVERIFY(accepted < 3);
+        QVERIFY(!decodeFich(clean.left(24)));
+    }
+
+    void interleaverCoversEveryPairOnce()
+    {
+        for (int rows : {5, 9}) {
+            QList<int> table = interleaveTable(rows);
+            QCOMPARE(table.size(), 20 * rows);
+            QCOMPARE(table.mid(0, 2), (QList<int>{0, 40}));
+            QCOMPARE(table.at(rows), 2);
+            std::sort(table.begin(), table.end());
+            for (int i = 0; i < table.size(); ++i)
+                QCOMPARE(table[i], 2 * i);
+        }
+    }
+
+    void voiceFieldCarriesTheChipFrame()
+    {
+        // The AMBE silence frame as sent on DMR, a valid frame, survives the trip.
+        const QByteArray silence = QByteArray::fromHex("b9e881526173002a6b");
+        QCOMPARE(voiceFieldToChipFrame(chipFrameToVoiceField(silence)), silence);
+        QRandomGenerator rng(11);
+        for (int round = 0; round < 200; ++round) {
+            const QByteArray frame = chipFrame(rng);
+            const QByteArray field = chipFrameToVoiceField(frame);
+            QCOMPARE(field.size(), 13);
+            QCOMPARE(voiceFieldToChipFrame(field), frame);
+        }
+    }
+
+    void voiceFieldRepeatsAreThreeCopiesAfterWhitening()
+    {
+        // Undo interleaving and whitening by the rules, then the repeated bits must agree.
+        QRandomGenerator rng(13);
+        const QByteArray field = chipFrameToVoiceField(chipFrame(rng));
+        const QList<quint8> in = bitsOf(field, 104);
+        const QList<quint8> white = bitsOf(whitening(13), 104);
+        QList<quint8> bits(104);
+        int i = 0;
+        for (int phase = 0; phase < 4; ++phase) {
+            for (int pos = phase; pos < 104; pos += 4, ++i)
+                bits[i] = in[pos] ^ white[i];
+        }
+        for (int t = 0; t < 27; ++t) {
+            QCOMPARE(bits[3 * t], bits[3 * t + 1]);
+            QCOMPARE(bits[3 * t + 2], bits[3 * t + 1]);
+        }
+        QCOMPARE(bits[103], quint8(0));
+    }
+
+    void headerCarriesCallsignsRecoverably()
+    {
+        const QByteArray p = buildPayload(0, 0, {"XX0ABC", "ALL", 12});
+        QCOMPARE(p.size(), 120);
+        QCOMPARE(p.left(5), QByteArray::fromHex("d471c9634d"));
+        const std::optional<Fich> fich = decodeFich(p.mid(5, 25));
+        QVERIFY(fich);
+        QCOMPARE(fich->fi, quint8(0));
+        QCOMPARE(fich->sq, quint8(12));
+
+        // Gather CSD1 and CSD2 from their runs and decode them by the rules.
+        const auto decodeCsd = [&](qsizetype first) {
+            QByteArray coded;
+            for (int run = 0; run < 5; ++run)
+                coded += p.mid(first + 18 * run, 9);
+            const QList<quint8> bits = bitsOf(coded, 360);
+            QList<quint8> pairs;
+            for (int t : interleaveTable(9))
+                pairs << bits[t] << bits[t + 1];
+            QByteArray data = bytesOf(viterbiDecode(pairs).first(176));
+            const quint16 crc = ysfCrc(data.first(20));
+            if (quint8(data.at(20)) != (crc >> 8) || quint8(data.at(21)) != (crc & 0xFF))
+                return QByteArray("bad crc");
+            const QByteArray w = whitening(20);
+            for (int i = 0; i < 20; ++i)
+                data[i] = char(quint8(data.at(i)) ^ quint8(w.at(i)));
+            return data.first(20);
+        };
+        QCOMPARE(decodeCsd(30), QByteArray("ALL       XX0ABC    "));
+        QCOMPARE(decodeCsd(39), QByteArray("XX0ABC    XX0ABC    "));
+    }
+
+    void voiceFramesPlaceFiveFields()
+    {
+        QList<QByteArray> block;
+        for (int i = 0; i < 5; ++i)
+            block.append(QByteArray(13, char('a' + i)));
+        const QByteArray p = buildPayload(1, 3, {"XX0ABC", "ALL", 0}, block);
+        for (int i = 0; i < 5; ++i) {
+            QCOMPARE(p.mid(35 + 18 * i, 13), block.at(i));
+            QCOMPARE(p.mid(30 + 18 * i, 5), QByteArray(5, '\0'));
+        }
+        QCOMPARE(decodeFich(p.mid(5, 25))->fn, quint8(3));
+        // A terminator has callsign data, not voice.
+        QVERIFY(buildPayload(2, 0, {"XX0ABC", "ALL", 0}).mid(30) != QByteArray(90, '\0'));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestYsfFich)
+#include "tst_ysffich.moc"
