@@ -12,6 +12,7 @@
 #include "hw/Dv3000Pool.h"
 #include "ui/DmrModePage.h"
 #include "ui/FlowLayout.h"
+#include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 
 #include <QAction>
@@ -134,6 +135,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         BaseModePage* page = nullptr;
         if (mode == QLatin1String("DMR"))
             page = new DmrModePage;
+        else if (mode == QLatin1String("M17"))
+            page = new M17ModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
