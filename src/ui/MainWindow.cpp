@@ -14,6 +14,8 @@
 #include "ui/FlowLayout.h"
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
+#include "ui/NxdnModePage.h"
+#include "ui/YsfModePage.h"
 
 #include <QAction>
 #include <QApplication>
@@ -137,6 +139,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new DmrModePage;
         else if (mode == QLatin1String("M17"))
             page = new M17ModePage;
+        else if (mode == QLatin1String("YSF"))
+            page = new YsfModePage;
+        else if (mode == QLatin1String("NXDN"))
+            page = new NxdnModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
