@@ -13,6 +13,7 @@
 #include "ui/DmrModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/ModePage.h"
+#include "ui/SvxLinkModePage.h"
 
 #include <QAction>
 #include <QApplication>
@@ -134,6 +135,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         BaseModePage* page = nullptr;
         if (mode == QLatin1String("DMR"))
             page = new DmrModePage;
+        else if (mode == QLatin1String("SvxLink"))
+            page = new SvxLinkModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
