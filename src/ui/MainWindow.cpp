@@ -10,6 +10,7 @@
 #include "dmr/Peer.h"
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
+#include "ui/AllStarModePage.h"
 #include "ui/DmrModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/ModePage.h"
@@ -135,6 +136,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         BaseModePage* page = nullptr;
         if (mode == QLatin1String("DMR"))
             page = new DmrModePage;
+        else if (mode == QLatin1String("AllStar"))
+            page = new AllStarModePage;
         else if (mode == QLatin1String("SvxLink"))
             page = new SvxLinkModePage;
         else

@@ -88,8 +88,10 @@ SvxLinkModePage::SvxLinkModePage(QWidget* parent) : BaseModePage(QStringLiteral(
 
 SvxLinkModePage::~SvxLinkModePage()
 {
-    for (zl::svx::SvxReflectorClient* each : std::as_const(clients))
+    for (zl::svx::SvxReflectorClient* each : std::as_const(clients)) {
+        each->disconnect(this);
         each->stop();
+    }
 }
 
 bool SvxLinkModePage::isModeEnabled() const
