@@ -12,6 +12,7 @@
 #include "hw/Dv3000Pool.h"
 #include "ui/AllStarModePage.h"
 #include "ui/DmrModePage.h"
+#include "ui/EchoLinkModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/ModePage.h"
 #include "ui/SvxLinkModePage.h"
@@ -138,6 +139,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new DmrModePage;
         else if (mode == QLatin1String("AllStar"))
             page = new AllStarModePage;
+        else if (mode == QLatin1String("Echolink"))
+            page = new EchoLinkModePage;
         else if (mode == QLatin1String("SvxLink"))
             page = new SvxLinkModePage;
         else
