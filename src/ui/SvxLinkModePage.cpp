@@ -272,7 +272,7 @@ void SvxLinkModePage::updateStatuses()
 QString SvxLinkModePage::statusUrl(const QString& key) const
 {
     const QJsonObject entry = servers().value(key).toObject();
-    const QString url = entry.value(QStringLiteral("status_url")).toString().trimmed();
+    const QString url = entry.value(QStringLiteral("portal_url")).toString().trimmed();
     if (!url.isEmpty())
         return url;
     const int port = entry.value(QStringLiteral("status_port")).toVariant().toInt();

@@ -73,7 +73,7 @@ private slots:
         SvxReflector reflector;
         reflector.setPassword("SM0A", "secret");
         const QString key = QStringLiteral("127.0.0.1:%1").arg(reflector.port());
-        configure(key, {{"status_url", QStringLiteral("http://127.0.0.1:%1/status").arg(status.port())}});
+        configure(key, {{"portal_url", QStringLiteral("http://127.0.0.1:%1/status").arg(status.port())}});
         LogCapture log;
         SvxLinkModePage page;
         QSignalSpy started(&page, &BaseModePage::transmissionStarted);
