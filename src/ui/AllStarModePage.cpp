@@ -194,7 +194,10 @@ void AllStarModePage::refreshRows()
 
 void AllStarModePage::startClients()
 {
-    for (const auto& [key, entry] : nodeEntries()) {
+    for (const QPair<QString, QJsonObject>& node : nodeEntries()) {
+        // A named copy: lambdas can't capture structured bindings in C++20.
+        const QString key = node.first;
+        const QJsonObject& entry = node.second;
         if (!entry.value(QStringLiteral("enabled")).toBool() || clients.contains(key) || !rows.contains(key))
             continue;
         auto* each = new zl::iax::IaxClient(this);
