@@ -10,11 +10,14 @@
 #include "dmr/Peer.h"
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
+#include "ui/AllStarModePage.h"
 #include "ui/DmrModePage.h"
+#include "ui/EchoLinkModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
+#include "ui/SvxLinkModePage.h"
 #include "ui/YsfModePage.h"
 
 #include <QAction>
@@ -143,6 +146,12 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new YsfModePage;
         else if (mode == QLatin1String("NXDN"))
             page = new NxdnModePage;
+        else if (mode == QLatin1String("AllStar"))
+            page = new AllStarModePage;
+        else if (mode == QLatin1String("Echolink"))
+            page = new EchoLinkModePage;
+        else if (mode == QLatin1String("SvxLink"))
+            page = new SvxLinkModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
