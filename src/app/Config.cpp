@@ -1,5 +1,9 @@
 #include "Config.h"
 
+#include "FileWrite.h"
+
+#include <QDateTime>
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -26,18 +30,50 @@ QString Config::path() const
         dir = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
     else
         dir = QFileInfo(filePath).absolutePath();
-    QDir().mkpath(dir);
+    makeFolder(dir, FileAccess::Private);
     return filePath.isEmpty() ? dir + QStringLiteral("/config.json") : filePath;
 }
 
 void Config::load()
 {
-    QFile file(path());
-    if (!file.exists() || !file.open(QIODevice::ReadOnly))
+    const QString where = path();
+    QFile file(where);
+    if (!file.exists())
         return;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-    // A damaged file starts with all defaults; the next save replaces it.
-    root = doc.isObject() ? doc.object() : QJsonObject();
+    if (!file.open(QIODevice::ReadOnly)) {
+        saveAllowed = false;
+        problem = QStringLiteral("%1 cannot be read (%2). The program runs with default settings and saves "
+                                 "nothing until this is fixed.")
+                      .arg(where, file.errorString());
+        qWarning().noquote() << "Config:" << problem;
+        return;
+    }
+    const QByteArray bytes = file.readAll();
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (doc.isObject()) {
+        root = doc.object();
+        return;
+    }
+    keepDamagedFile(where, bytes);
+}
+
+void Config::keepDamagedFile(const QString& where, const QByteArray& bytes)
+{
+    const QString backup =
+        where + QStringLiteral(".broken-") + QDateTime::currentDateTime().toString(QStringLiteral("yyMMdd-HHmmss"));
+    if (!writeFileAtomically(backup, bytes, FileAccess::Private)) {
+        // Without a copy the damaged file is the only one the user has: leave it alone.
+        saveAllowed = false;
+        problem = QStringLiteral("%1 is damaged and no copy of it could be made. The program runs with default "
+                                 "settings and saves nothing.")
+                      .arg(where);
+    } else {
+        problem = QStringLiteral("%1 was damaged and could not be read. It was kept as %2; the program starts "
+                                 "with default settings.")
+                      .arg(where, backup);
+    }
+    qWarning().noquote() << "Config:" << problem;
 }
 
 QJsonObject Config::section(const QString& name) const
@@ -58,12 +94,11 @@ void Config::setSectionSilent(const QString& name, const QJsonObject& value)
 
 void Config::save()
 {
-    QFile file(path());
-    // The file holds passwords and API keys: a new one is created readable by its owner only.
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, QFileDevice::ReadOwner | QFileDevice::WriteOwner))
+    if (!saveAllowed)
         return;
-    file.write(QJsonDocument(root).toJson(QJsonDocument::Indented));
-    file.close();
+    // The file holds passwords and API keys: readable by its owner only, whatever it was before.
+    if (!writeFileAtomically(path(), QJsonDocument(root).toJson(QJsonDocument::Indented), FileAccess::Private))
+        qWarning().noquote() << "Config: could not write" << path() << "— the previous file is kept";
 }
 
 QString Config::callsign() const
@@ -127,6 +162,23 @@ void Config::setWindowValue(const QString& name, const QString& key, const QByte
     windows.insert(name, window);
     setSection(QStringLiteral("windows"), windows);
     save();
+}
+
+QList<QJsonObject> configObjects(const QJsonArray& list, const QString& where)
+{
+    static const char* const kTypeNames[] = {"null", "bool", "number", "string", "array", "object"};
+    QList<QJsonObject> objects;
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        const QJsonValue value = list.at(i);
+        if (value.isObject()) {
+            objects.append(value.toObject());
+            continue;
+        }
+        const int type = qBound(0, int(value.type()), 5);
+        qWarning().noquote() << "Config: skipped entry" << i << "of" << where << "— a" << kTypeNames[type]
+                             << "where an object belongs";
+    }
+    return objects;
 }
 
 } // namespace zl

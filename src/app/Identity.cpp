@@ -59,8 +59,8 @@ QList<Identity> identities(const QString& mode)
 {
     QList<Identity> list;
     const QJsonArray array = Config::instance().section(kIdentities).value(mode).toArray();
-    for (const QJsonValue& value : array)
-        list.append(identityFromJson(value.toObject()));
+    for (const QJsonObject& object : configObjects(array, QStringLiteral("identities.") + mode))
+        list.append(identityFromJson(object));
     return list;
 }
 
@@ -202,6 +202,17 @@ QString modeHeading(const QString& mode)
         {QStringLiteral("allstar"), QStringLiteral("AllStar identities")},
     };
     return headings.value(mode, mode);
+}
+
+QString printableCallsign(const QString& raw)
+{
+    QString out;
+    out.reserve(raw.size());
+    for (const QChar c : raw) {
+        if (c.isPrint())
+            out.append(c);
+    }
+    return out.trimmed().left(16);
 }
 
 } // namespace zl

@@ -36,6 +36,10 @@ Identity resolveIdentity(const QString& mode);
 
 QString identityDisplayText(const Identity& identity);
 
+// A callsign as it came from the network, cut to what can be shown and stored: printable
+// characters only, no padding, at most 16 characters.
+QString printableCallsign(const QString& raw);
+
 QStringList allModeKeys();
 QStringList fieldLabels(const QString& mode);
 QString modeHeading(const QString& mode);

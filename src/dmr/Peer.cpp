@@ -243,8 +243,9 @@ Peer peerFromJson(const QJsonObject& o)
 QList<Peer> loadPeers()
 {
     QList<Peer> peers;
-    for (const QJsonValue& value : Config::instance().section(kDmr).value(kPeers).toArray())
-        peers.append(peerFromJson(value.toObject()));
+    for (const QJsonObject& object :
+         configObjects(Config::instance().section(kDmr).value(kPeers).toArray(), QStringLiteral("dmr.peers")))
+        peers.append(peerFromJson(object));
     return peers;
 }
 

@@ -203,8 +203,8 @@ void Dv3000Pool::rescan()
     };
     QList<Server> wantedServers;
     QSet<QString> wantedRemote;
-    for (const QJsonValue& v : hw.value(QStringLiteral("ambe_servers")).toArray()) {
-        const QJsonObject entry = v.toObject();
+    for (const QJsonObject& entry :
+         configObjects(hw.value(QStringLiteral("ambe_servers")).toArray(), QStringLiteral("hardware.ambe_servers"))) {
         const QString host = entry.value(QStringLiteral("host")).toString().trimmed();
         if (host.isEmpty() || !entry.value(QStringLiteral("enabled")).toBool(true))
             continue;

@@ -1,5 +1,7 @@
 #include "svx/SvxPki.h"
 
+#include "app/FileWrite.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -20,16 +22,25 @@ struct Free {
     void operator()(EVP_PKEY* p) const { EVP_PKEY_free(p); }
     void operator()(X509_REQ* p) const { X509_REQ_free(p); }
     void operator()(FILE* f) const { fclose(f); }
+    void operator()(BIO* b) const { BIO_free(b); }
     void operator()(STACK_OF(X509_EXTENSION) * s) const { sk_X509_EXTENSION_pop_free(s, X509_EXTENSION_free); }
 };
 using KeyPtr = std::unique_ptr<EVP_PKEY, Free>;
 using ReqPtr = std::unique_ptr<X509_REQ, Free>;
 using FilePtr = std::unique_ptr<FILE, Free>;
+using BioPtr = std::unique_ptr<BIO, Free>;
 using ExtsPtr = std::unique_ptr<STACK_OF(X509_EXTENSION), Free>;
 
 FilePtr openFile(const QString& path, const char* mode)
 {
     return FilePtr(std::fopen(QFile::encodeName(path).constData(), mode));
+}
+
+QByteArray bioBytes(BIO* bio)
+{
+    char* data = nullptr;
+    const long size = BIO_get_mem_data(bio, &data);
+    return QByteArray(data, size > 0 ? qsizetype(size) : 0);
 }
 
 bool addName(X509_NAME* name, const char* field, const QString& value)
@@ -72,7 +83,7 @@ void SvxPki::setup(const QString& d, const QString& cs)
 {
     dir = d;
     callsign = cs.trimmed().toUpper();
-    QDir().mkpath(dir);
+    zl::makeFolder(dir, zl::FileAccess::Private);
     QString stem = sanitize(callsign);
     if (stem.isEmpty())
         stem = QStringLiteral("node");
@@ -95,8 +106,10 @@ bool SvxPki::ensureKeyAndCsr()
         return false;
     if (!QFileInfo::exists(keyPath)) {
         KeyPtr fresh(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t(2048)));
-        FilePtr f = openFile(keyPath, "wb");
-        if (!fresh || !f || PEM_write_PrivateKey(f.get(), fresh.get(), nullptr, nullptr, 0, nullptr, nullptr) != 1)
+        BioPtr pem(BIO_new(BIO_s_mem()));
+        if (!fresh || !pem ||
+            PEM_write_bio_PrivateKey(pem.get(), fresh.get(), nullptr, nullptr, 0, nullptr, nullptr) != 1 ||
+            !zl::writeFileAtomically(keyPath, bioBytes(pem.get()), zl::FileAccess::Private))
             return false;
     }
     KeyPtr key;
@@ -126,8 +139,9 @@ bool SvxPki::ensureKeyAndCsr()
         return false;
     if (X509_REQ_add_extensions(req.get(), exts.get()) != 1 || X509_REQ_sign(req.get(), key.get(), EVP_sha256()) <= 0)
         return false;
-    FilePtr out = openFile(csrPath, "wb");
-    return out && PEM_write_X509_REQ(out.get(), req.get()) == 1;
+    BioPtr pem(BIO_new(BIO_s_mem()));
+    return pem && PEM_write_bio_X509_REQ(pem.get(), req.get()) == 1 &&
+           zl::writeFileAtomically(csrPath, bioBytes(pem.get()), zl::FileAccess::Private);
 }
 
 bool SvxPki::hasSignedCert() const
@@ -148,11 +162,7 @@ bool SvxPki::saveText(const QString& path, const QString& pem)
 {
     if (pem.trimmed().isEmpty())
         return false;
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    f.write(pem.toUtf8());
-    return true;
+    return zl::writeFileAtomically(path, pem.toUtf8(), zl::FileAccess::Private);
 }
 
 } // namespace zl::svx

@@ -23,8 +23,7 @@ QList<QPair<QString, QJsonObject>> nodeEntries()
     QList<QPair<QString, QJsonObject>> list;
     const QJsonArray servers =
         zl::Config::instance().section(QStringLiteral("allstar")).value(QStringLiteral("servers")).toArray();
-    for (const QJsonValue& value : servers) {
-        const QJsonObject entry = value.toObject();
+    for (const QJsonObject& entry : zl::configObjects(servers, QStringLiteral("allstar.servers"))) {
         QString key = entry.value(QStringLiteral("node")).toVariant().toString().trimmed();
         if (key.isEmpty())
             key = entry.value(QStringLiteral("name")).toString().trimmed();

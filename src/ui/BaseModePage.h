@@ -21,6 +21,8 @@ public:
 
     virtual bool isModeEnabled() const = 0;
     virtual bool isModeConnected() const = 0;
+    // False for a mode that exists only as settings, with nothing to connect to.
+    virtual bool hasNetworkClient() const { return true; }
     virtual QString serverText() const = 0;
     virtual QString targetText() const = 0;
     virtual void setPttActive(bool on);

@@ -70,7 +70,8 @@ EchoLinkModePage::EchoLinkModePage(QWidget* parent)
         QJsonObject section = settings();
         section.insert(QStringLiteral("enabled"), on);
         zl::Config::instance().setSection(kSection, section);
-        goOnline();
+        if (registrationKey() != appliedRegistration)
+            goOnline();
         emit enabledChanged(on);
     });
     auto connectTyped = [this] { connectTo(target->text()); };
@@ -144,7 +145,21 @@ void EchoLinkModePage::reloadConfig()
 {
     const QSignalBlocker block(onlineButton);
     onlineButton->setChecked(isModeEnabled());
-    goOnline();
+    // Every save of any setting lands here; the directory hears from us only when ours changed.
+    if (registrationKey() != appliedRegistration)
+        goOnline();
+}
+
+QString EchoLinkModePage::registrationKey() const
+{
+    const QJsonObject section = settings();
+    return QStringList{section.value(QStringLiteral("enabled")).toBool() ? QStringLiteral("on") : QString(),
+                       section.value(QStringLiteral("servers")).toString(),
+                       ownCallsign(),
+                       section.value(QStringLiteral("password")).toString(),
+                       section.value(QStringLiteral("description")).toString(),
+                       section.value(QStringLiteral("accept_incoming")).toBool() ? QStringLiteral("in") : QString()}
+        .join(QLatin1Char('\n'));
 }
 
 QStringList EchoLinkModePage::chatLines() const
@@ -160,8 +175,20 @@ void EchoLinkModePage::refreshDirectory()
 void EchoLinkModePage::goOnline()
 {
     const QJsonObject section = settings();
+    const QString key = registrationKey();
+    const bool changed = key != appliedRegistration;
+    appliedRegistration = key;
     if (!section.value(QStringLiteral("enabled")).toBool()) {
         dir->goOffline();
+        return;
+    }
+    const QString missing = ownCallsign().isEmpty() ? QStringLiteral("callsign")
+                            : section.value(QStringLiteral("password")).toString().isEmpty()
+                                ? QStringLiteral("password")
+                                : QString();
+    if (!missing.isEmpty()) {
+        dir->goOffline();
+        print(QStringLiteral("-- cannot go online: no EchoLink %1 set (Settings, EchoLink tab)").arg(missing));
         return;
     }
     QStringList servers = section.value(QStringLiteral("servers"))
@@ -173,7 +200,7 @@ void EchoLinkModePage::goOnline()
     dir->setCallsign(ownCallsign());
     dir->setPassword(section.value(QStringLiteral("password")).toString());
     dir->setLocation(section.value(QStringLiteral("description")).toString().left(27));
-    if (!dir->isRegistered())
+    if (changed || !dir->isRegistered())
         dir->refresh();
     if (section.value(QStringLiteral("accept_incoming")).toBool() && !disp->bind())
         print(QStringLiteral("-- cannot open UDP %1/%2 (in use by another EchoLink client?)")

@@ -57,6 +57,8 @@ public slots:
 
 private:
     void print(const QString& line);
+    // What the directory registration depends on; a change of it means registering again.
+    QString registrationKey() const;
     void onIncoming(const QHostAddress& peer, const QString& callsign);
     zl::echolink::EchoLinkQso* makeQso(const QString& address, const QString& callsign, int nodeId);
     void onQsoState(const QString& address, zl::echolink::EchoLinkQso::State state);
@@ -74,6 +76,7 @@ private:
     QHash<QString, QElapsedTimer> lastAudio;
     QHash<QString, zl::ui::ClickRow*> rows;
     QString activeKey;
+    QString appliedRegistration;
     QMetaObject::Connection micConnection;
     QVBoxLayout* rowsLayout = nullptr;
     QPlainTextEdit* chat = nullptr;

@@ -40,7 +40,6 @@
 #include <QMouseEvent>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRandomGenerator64>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSlider>
@@ -111,6 +110,17 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     auto* layout = new QVBoxLayout(central);
     layout->setContentsMargins(12, 12, 12, 12);
     layout->setSpacing(10);
+
+    // Told once, where the user looks: what happened to a configuration that could not be read.
+    const QString configProblem = zl::Config::instance().loadProblem();
+    if (!configProblem.isEmpty()) {
+        auto* banner = new QLabel(configProblem);
+        banner->setObjectName(QStringLiteral("configProblem"));
+        banner->setWordWrap(true);
+        banner->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        banner->setStyleSheet(QStringLiteral("color:#ff5050; font-weight:600;"));
+        layout->addWidget(banner);
+    }
 
     auto* cardArea = new QWidget;
     auto* flow = new zl::ui::FlowLayout(8, cardArea);
@@ -219,10 +229,6 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     connect(clockTimer, &QTimer::timeout, this, &MainWindow::tickClock);
     clockTimer->start();
     tickClock();
-    meterTimer = new QTimer(this);
-    meterTimer->setInterval(80);
-    connect(meterTimer, &QTimer::timeout, this, &MainWindow::tickFakeMeters);
-    meterTimer->start();
     connect(&zl::Config::instance(), &zl::Config::configChanged, this, &MainWindow::onConfigChanged);
 
     const QByteArray geometry = zl::Config::instance().windowGeometry(QStringLiteral("main"));
@@ -239,6 +245,13 @@ MainWindow::~MainWindow()
 {
     qInfo() << "[shutdown] ~MainWindow begin";
     qApp->removeEventFilter(this);
+    // The pages go first, while this window is whole: their clients say goodbye as they stop,
+    // and the state changes that causes must not reach a window whose members are gone.
+    for (const QString& mode : std::as_const(modes)) {
+        BaseModePage* page = pages.take(mode);
+        disconnect(page, nullptr, this, nullptr);
+        delete page;
+    }
 }
 
 void MainWindow::buildAudioRows(QVBoxLayout* layout)
@@ -497,7 +510,9 @@ void MainWindow::refreshCard(const QString& mode)
     }
     QString colour = QStringLiteral("#777");
     QString word = QStringLiteral("off");
-    if (page->isModeEnabled()) {
+    if (!page->hasNetworkClient()) {
+        word = QStringLiteral("no client");
+    } else if (page->isModeEnabled()) {
         const bool up = page->isModeConnected();
         colour = up ? QStringLiteral("#39c34a") : QStringLiteral("#e0b020");
         word = up ? QStringLiteral("conn") : QStringLiteral("wait");
@@ -535,20 +550,6 @@ void MainWindow::onConfigChanged()
 void MainWindow::tickClock()
 {
     clockLabel->setText(QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss")));
-}
-
-void MainWindow::tickFakeMeters()
-{
-    auto* page = qobject_cast<ModePage*>(pages.value(activeMode));
-    if (!page)
-        return;
-    QRandomGenerator64* random = QRandomGenerator64::global();
-    const auto inRange = [random](int low, int high) {
-        return low + int((quint64(random->generate() & 0xffffffffu) * quint64(high - low + 1)) >> 32);
-    };
-    const int tx = pttActive ? inRange(40, 89) : 0;
-    const int rx = !pttActive && page->isModeConnected() ? inRange(30, 69) : 0;
-    page->setMeters(tx, rx);
 }
 
 void MainWindow::applyPttConfig()
@@ -622,8 +623,46 @@ void MainWindow::updateTxLabel()
     txLabel->setText(QStringLiteral("TX ") + head + QStringLiteral("→ ") + details);
 }
 
+QString MainWindow::pttBlockReason() const
+{
+    BaseModePage* page = pages.value(activeMode);
+    if (!page || isMessageMode(activeMode))
+        return QStringLiteral("PTT: %1 carries no voice").arg(activeMode);
+    if (!page->hasNetworkClient())
+        return QStringLiteral("PTT: %1 has no network client").arg(activeMode);
+    if (activeMode != QLatin1String("DMR")) {
+        if (!page->isModeConnected() || page->activeRowKey().isEmpty())
+            return QStringLiteral("PTT: no %1 link to talk to — connect a row first").arg(activeMode);
+        return {};
+    }
+    const QString label = zl::dmr::defaultPeerLabel();
+    const std::optional<zl::dmr::Peer> peer = findPeer(label);
+    if (!peer)
+        return QStringLiteral("PTT: no default DMR peer — add one or click a peer row");
+    const zl::dmr::DmrPeerClient* client = zl::dmr::DmrPeerManager::instance().clientFor(label);
+    if (!client || client->state() != zl::dmr::DmrPeerClient::Running)
+        return QStringLiteral("PTT: DMR peer %1 is not connected").arg(label);
+    if (zl::dmr::dmrId(*peer) == 0)
+        return QStringLiteral("PTT: DMR peer %1 has no DMR-ID").arg(label);
+    if (peer->active_tg == 0)
+        return QStringLiteral("PTT: DMR peer %1 has no talkgroup").arg(label);
+    return {};
+}
+
 void MainWindow::onPttToggled(bool on)
 {
+    if (on && !pttActive) {
+        const QString reason = pttBlockReason();
+        if (!reason.isEmpty()) {
+            qInfo().noquote() << "MainWindow:" << reason;
+            statusBar()->showMessage(reason, 8000);
+            const QSignalBlocker block(pttButton);
+            pttButton->setChecked(false);
+            return;
+        }
+    }
+    if (on == pttActive)
+        return;
     zl::audio::AudioMixer& mixer = zl::audio::AudioMixer::instance();
     mixer.setTxHalfDuplex(on);
     for (QWidget* w : std::initializer_list<QWidget*>{micCombo, spkCombo, micSlider, spkSlider})
@@ -672,16 +711,7 @@ void MainWindow::startDmrTransmission()
     if (const std::optional<zl::dmr::Peer> peer = findPeer(txPeerLabel)) {
         dst = peer->active_tg;
         privateCall = peer->private_call;
-        QString id = peer->dmrid_override;
-        if (id.isEmpty() && !peer->identity_label.isEmpty()) {
-            for (const zl::Identity& identity : zl::identities(QStringLiteral("dmr"))) {
-                if (identity.label == peer->identity_label)
-                    id = identity.id_field;
-            }
-        }
-        bool ok = false;
-        const qulonglong value = id.trimmed().toULongLong(&ok);
-        src = ok && value <= 0xffffffffULL ? quint32(value) : 0;
+        src = zl::dmr::dmrId(*peer);
     }
     if (!client || src == 0 || dst == 0) {
         qWarning().noquote() << "DMR-TX: cannot start — client=" << (client ? "ok" : "null") << "srcDmrId=" << src
@@ -836,9 +866,12 @@ void MainWindow::writePageLine(const QStringList& values)
 {
     // Rows of DMR calls in progress below are not renumbered on this path; their end
     // checks only that the row still exists.
+    QStringList row = values;
+    if (row.size() > 1)
+        row[1] = zl::printableCallsign(row.at(1));
     lastHeard->insertRow(0);
-    for (int column = 0; column < values.size(); ++column)
-        lastHeard->setItem(0, column, new QTableWidgetItem(values.at(column)));
+    for (int column = 0; column < row.size(); ++column)
+        lastHeard->setItem(0, column, new QTableWidgetItem(row.at(column)));
     trimRows();
     saveLastHeard();
 }
@@ -864,10 +897,11 @@ void MainWindow::saveLastHeard()
 void MainWindow::loadLastHeard()
 {
     lastHeard->setRowCount(0);
-    const QJsonArray entries =
-        zl::Config::instance().section(QStringLiteral("lastheard")).value(QStringLiteral("entries")).toArray();
+    const QList<QJsonObject> entries = zl::configObjects(
+        zl::Config::instance().section(QStringLiteral("lastheard")).value(QStringLiteral("entries")).toArray(),
+        QStringLiteral("lastheard.entries"));
     for (qsizetype i = 0; i < entries.size() && i < kMaxLastHeard; ++i) {
-        const QJsonObject entry = entries.at(i).toObject();
+        const QJsonObject& entry = entries.at(i);
         const int row = lastHeard->rowCount();
         lastHeard->insertRow(row);
         for (int column = 0; column < kLastHeardKeys.size(); ++column)

@@ -42,7 +42,6 @@ public slots:
     void selectMode(const QString& mode);
     void onPttToggled(bool on);
     void refreshCard(const QString& mode);
-    void tickFakeMeters();
     void tickClock();
     void updateDatabases();
     void onConfigChanged();
@@ -61,6 +60,8 @@ private:
     void updateDmrStatus();
     void applyPttConfig();
     void updateTxLabel();
+    // Why a press of PTT would send nothing useful now; empty when it can go ahead.
+    QString pttBlockReason() const;
     void fitToScreen();
 
     void onCallHeard(const QString& peerLabel, const QString& networkName, uint srcId, uint dstId, uchar slot,
@@ -105,7 +106,6 @@ private:
     QMetaObject::Connection dmrMicConnection;
     QTimer* audioSaveTimer = nullptr;
     QTimer* clockTimer = nullptr;
-    QTimer* meterTimer = nullptr;
 
     QStackedWidget* stack = nullptr;
     QGroupBox* lastHeardGroup = nullptr;

@@ -11,46 +11,25 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
 #include <QVBoxLayout>
-
-#include <cmath>
-
-namespace {
-
-QString levelText(int pct)
-{
-    if (pct <= 0)
-        return QStringLiteral(" −∞ dB ");
-    return QString::asprintf(" %+.0f dB ", 20.0 * std::log10(pct / 100.0));
-}
-
-QProgressBar* meterBar()
-{
-    auto* bar = new QProgressBar;
-    bar->setRange(0, 100);
-    bar->setValue(0);
-    bar->setTextVisible(false);
-    return bar;
-}
-
-} // namespace
 
 ModePage::ModePage(const QString& mode, QWidget* parent) : BaseModePage(mode, parent)
 {
     auto* layout = new QVBoxLayout(this);
     auto* top = new QHBoxLayout;
     enabledBox = new QCheckBox(QStringLiteral("Enabled"));
-    statusDot = new QLabel(QStringLiteral("●"));
-    statusLabel = new QLabel(QStringLiteral("idle"));
     top->addWidget(enabledBox);
     top->addStretch(1);
-    top->addWidget(statusDot);
-    top->addWidget(statusLabel);
     layout->addLayout(top);
+    auto* notice = new QLabel(QStringLiteral("%1 has no network client in this program: its settings are kept, "
+                                             "but nothing is sent or received.")
+                                  .arg(mode));
+    notice->setObjectName(QStringLiteral("noClientNotice"));
+    notice->setWordWrap(true);
+    layout->addWidget(notice);
 
     auto* form = new QFormLayout;
     identityCombo = new QComboBox;
@@ -76,37 +55,18 @@ ModePage::ModePage(const QString& mode, QWidget* parent) : BaseModePage(mode, pa
     layout->addLayout(form);
 
     auto* buttons = new QHBoxLayout;
-    connectButton = new QPushButton(QStringLiteral("Connect"));
-    connectButton->setProperty("primary", true);
     prioButton = new QPushButton(QStringLiteral("PRIO"));
     prioButton->setCheckable(true);
     prioButton->setToolTip(QStringLiteral("This mode may interrupt the one that is playing"));
-    buttons->addWidget(connectButton);
     buttons->addWidget(prioButton);
     buttons->addStretch(1);
     layout->addLayout(buttons);
 
-    auto* meters = new QFormLayout;
-    txBar = meterBar();
-    rxBar = meterBar();
-    txDb = new QLabel(levelText(0));
-    rxDb = new QLabel(levelText(0));
-    auto* txRow = new QHBoxLayout;
-    txRow->addWidget(txBar, 1);
-    txRow->addWidget(txDb);
-    auto* rxRow = new QHBoxLayout;
-    rxRow->addWidget(rxBar, 1);
-    rxRow->addWidget(rxDb);
-    meters->addRow(QStringLiteral("TX"), txRow);
-    meters->addRow(QStringLiteral("RX"), rxRow);
-    layout->addLayout(meters);
     layout->addStretch(1);
 
     reloadConfig();
-    setConnected(false);
 
     connect(enabledBox, &QCheckBox::toggled, this, &ModePage::onEnabledToggled);
-    connect(connectButton, &QPushButton::clicked, this, &ModePage::onConnectClicked);
     connect(identityCombo, &QComboBox::currentIndexChanged, this,
             [this] { onIdentityChanged(identityCombo->currentData().toString()); });
     connect(serverCombo, &QComboBox::currentIndexChanged, this, &ModePage::storeFields);
@@ -162,8 +122,7 @@ void ModePage::reloadConfig()
         // First fill: start from the stored choice.
         serverCombo->addItem(QString(), section.value(QStringLiteral("server")).toString());
     }
-    const bool haveServers = fillServerCombo(serverCombo, mode());
-    connectButton->setEnabled(haveServers);
+    fillServerCombo(serverCombo, mode());
     if (!targetEdit->hasFocus())
         targetEdit->setText(section.value(QStringLiteral("dest")).toString());
     if (tsSpin) {
@@ -198,27 +157,7 @@ void ModePage::storeFields()
 void ModePage::onEnabledToggled(bool on)
 {
     storeFields();
-    if (!on && connected)
-        setConnected(false);
     emit enabledChanged(on);
-}
-
-void ModePage::onConnectClicked()
-{
-    setConnected(!connected);
-}
-
-void ModePage::setConnected(bool up)
-{
-    const bool changed = up != connected;
-    connected = up;
-    connectButton->setText(up ? QStringLiteral("Disconnect") : QStringLiteral("Connect"));
-    statusLabel->setText(up ? QStringLiteral("connected") : QStringLiteral("idle"));
-    statusDot->setStyleSheet(dotStyle(QLatin1String(up ? kUp : kIdle)));
-    if (!changed)
-        return;
-    emit connectedChanged(up);
-    emit statusTextChanged(statusLabel->text());
 }
 
 void ModePage::onAudioFieldChanged()
@@ -231,12 +170,4 @@ void ModePage::onIdentityChanged(const QString& label)
 {
     if (!label.isEmpty())
         zl::setActiveIdentity(modeKey(), label);
-}
-
-void ModePage::setMeters(int tx, int rx)
-{
-    txBar->setValue(tx);
-    rxBar->setValue(rx);
-    txDb->setText(levelText(tx));
-    rxDb->setText(levelText(rx));
 }

@@ -49,6 +49,7 @@ private slots:
         TempConfigHome home;
         EchoLinkDirectoryServer directory;
         zl::Config::instance().setSection("echolink", QJsonObject{{"callsign", "ab1cd"},
+                                                                  {"password", "pw"},
                                                                   {"enabled", true},
                                                                   {"servers", "127.0.0.1"},
                                                                   {"accept_incoming", true},

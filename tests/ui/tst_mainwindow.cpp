@@ -1,3 +1,4 @@
+#include "M17Reflector.h"
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
@@ -6,6 +7,7 @@
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "ui/BaseModePage.h"
+#include "ui/M17ModePage.h"
 #include "ui/MainWindow.h"
 
 #include <QAction>
@@ -20,12 +22,14 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QSlider>
 #include <QStackedWidget>
+#include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
 #include <QToolBar>
@@ -98,8 +102,13 @@ class TestMainWindow : public QObject {
 
 private:
     TempConfigHome home;
+    // PTT needs a link to talk to: M17 through a loopback reflector.
+    M17Reflector reflector;
+    QString reflectorKey;
+    QJsonValue m17Servers;
 
-    // A fresh configuration for each case: no AMBE probing, one selectable D-STAR server.
+    // A fresh configuration for each case: no AMBE probing, one selectable D-STAR server, and
+    // the loopback M17 reflector linked once the window is up.
     void resetConfig(const QJsonObject& general = {})
     {
         Config& config = Config::instance();
@@ -108,8 +117,14 @@ private:
         config.setSection("hardware", QJsonObject{{"ambe_md380_enabled", false}});
         config.setSection("general", general);
         config.setSection("d-star", QJsonObject{{"selected_server_ids", QJsonArray{"d-star-REF001"}}});
+        config.setSection("m17", QJsonObject{{"user_servers", m17Servers},
+                                             {"selected_server_ids", QJsonArray{reflectorKey}},
+                                             {"servers", QJsonObject{{reflectorKey, QJsonObject{{"enabled", true}}}}}});
         config.save();
     }
+
+    // A window whose M17 page is linked, so that PTT has somewhere to go.
+    static void waitForLink(MainWindow& w) { QTRY_VERIFY(page(w, "M17")->isModeConnected()); }
 
 private slots:
     void initTestCase()
@@ -118,6 +133,14 @@ private slots:
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(R"([{"id": "d-star-REF001", "name": "REF001", "host": "127.0.0.1", "port": 20001}])");
+        zl::Identity me;
+        me.label = "home";
+        me.callsign = "XX0ABC";
+        zl::setIdentities("m17", {me});
+        reflectorKey =
+            ServerRegistry("M17").addUserServer({"", "Loop", "127.0.0.1", reflector.port(), "", false, false});
+        m17Servers = Config::instance().section("m17").value("user_servers");
+        M17ModePage::setStartDelay(0);
     }
 
     void durationFormat()
@@ -165,17 +188,18 @@ private slots:
 
     void volumeDuringPttIsSavedAtRelease()
     {
-        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        resetConfig(QJsonObject{{"default_mode", "M17"}});
         MainWindow w;
+        waitForLink(w);
         ptt(w)->click();
         auto* slider = w.findChild<QSlider*>("spkSlider");
         QVERIFY(!slider->isEnabled());
         slider->setValue(42);
         QCOMPARE(zl::audio::AudioMixer::instance().spkVolumePercent(), 42);
-        QTRY_COMPARE(Config::instance().section("p25").value("audio").toObject().value("spk_volume").toInt(), 42);
-        QVERIFY(!Config(home.configFile()).section("p25").value("audio").toObject().contains("spk_volume"));
+        QTRY_COMPARE(Config::instance().section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
+        QVERIFY(!Config(home.configFile()).section("m17").value("audio").toObject().contains("spk_volume"));
         ptt(w)->click();
-        QCOMPARE(Config(home.configFile()).section("p25").value("audio").toObject().value("spk_volume").toInt(), 42);
+        QCOMPARE(Config(home.configFile()).section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
         // Another mode has its own values.
         w.selectMode("D-STAR");
         QCOMPARE(slider->value(), 80);
@@ -184,6 +208,7 @@ private slots:
     void cardsInOrderWithStateWordsAndColours()
     {
         resetConfig();
+        Config::instance().setSection("m17", {});
         MainWindow w;
         QStringList order;
         for (QPushButton* button : w.findChildren<QPushButton*>()) {
@@ -202,30 +227,26 @@ private slots:
             QVERIFY2(text.contains(">" + mode + " <span style='color:#777;font-size:14pt;'>●</span>"),
                      qPrintable(text));
         }
-        // Off: no server text yet for most modes, and the state word as second line.
+        QVERIFY(cardText(w, "M17").endsWith("font-size:9pt;'>off</div>"));
+        // A mode with only settings says so, enabled or not, and never shows a connection.
         QVERIFY(cardText(w, "P25").contains("font-size:9pt;'>—</div>"));
-        QVERIFY(cardText(w, "P25").endsWith("font-size:9pt;'>off</div>"));
+        QVERIFY(cardText(w, "P25").endsWith("font-size:9pt;'>no client</div>"));
         QVERIFY(cardText(w, "D-STAR").contains("font-size:9pt;'>REF001</div>"));
-
         BaseModePage* dstar = page(w, "D-STAR");
         dstar->findChild<QCheckBox*>()->setChecked(true);
-        QVERIFY(cardText(w, "D-STAR").contains("color:#e0b020;"));
-        QVERIFY(cardText(w, "D-STAR").endsWith(">wait</div>"));
-
-        QSignalSpy connected(dstar, &BaseModePage::connectedChanged);
-        auto* connect = dstar->findChild<QPushButton*>();
-        QCOMPARE(connect->text(), QString("Connect"));
-        QVERIFY(connect->isEnabled());
-        connect->click();
-        QCOMPARE(connected.size(), 1);
-        QCOMPARE(connect->text(), QString("Disconnect"));
-        QVERIFY(cardText(w, "D-STAR").contains("color:#39c34a;"));
-        QVERIFY(cardText(w, "D-STAR").endsWith(">conn</div>"));
-
-        // A page without servers cannot connect at all.
-        QVERIFY(!page(w, "P25")->findChild<QPushButton*>()->isEnabled());
+        QVERIFY(cardText(w, "D-STAR").contains("color:#777;"));
+        QVERIFY(cardText(w, "D-STAR").endsWith(">no client</div>"));
+        QVERIFY(dstar->findChild<QLabel*>("noClientNotice")->text().contains("nothing is sent or received"));
+        QVERIFY(dstar->findChildren<QProgressBar*>().isEmpty());
         // The toggle is stored in the mode's own section.
         QCOMPARE(Config::instance().section("dstar").value("enabled"), QJsonValue(true));
+
+        // PTT on it says why it cannot transmit, and writes nothing.
+        w.selectMode("D-STAR");
+        ptt(w)->click();
+        QVERIFY(!ptt(w)->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("PTT: D-STAR has no network client"));
+        QCOMPARE(table(w)->rowCount(), 0);
     }
 
     void defaultModeIsSelected_data()
@@ -262,9 +283,10 @@ private slots:
     {
         resetConfig();
         MainWindow w;
+        waitForLink(w);
         auto* group = w.findChild<QGroupBox*>("lastHeardGroup");
         for (const QString mode : {"APRS", "POCSAG", "DMR SMS"}) {
-            w.selectMode("P25");
+            w.selectMode("M17");
             QVERIFY(!group->isHidden());
             ptt(w)->click();
             QVERIFY(ptt(w)->isChecked());
@@ -281,8 +303,9 @@ private slots:
 
     void keyboardPttHoldAndToggle()
     {
-        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_F5)}, {"default_mode", "P25"}});
+        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_F5)}, {"default_mode", "M17"}});
         MainWindow w;
+        waitForLink(w);
         QWidget* target = w.findChild<QStackedWidget*>("modeStack");
 
         sendKey(target, QEvent::KeyPress, Qt::Key_F5);
@@ -317,8 +340,9 @@ private slots:
 
     void pttKeyTypesInTextFields()
     {
-        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_Space)}, {"default_mode", "P25"}});
+        resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_Space)}, {"default_mode", "M17"}});
         MainWindow w;
+        waitForLink(w);
         w.show();
         QVERIFY(QTest::qWaitForWindowActive(&w));
         auto* edit = page(w, "P25")->findChild<QLineEdit*>();
@@ -342,8 +366,9 @@ private slots:
 
     void mouseHoldAndLatch()
     {
-        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        resetConfig(QJsonObject{{"default_mode", "M17"}});
         MainWindow w;
+        waitForLink(w);
         QTest::mouseClick(ptt(w), Qt::LeftButton);
         QVERIFY(ptt(w)->isChecked());
         QTest::mouseClick(ptt(w), Qt::LeftButton);
@@ -362,12 +387,13 @@ private slots:
 
     void pttWritesATxRow()
     {
-        resetConfig(QJsonObject{{"default_mode", "P25"}, {"callsign", "XX0ABC"}});
+        resetConfig(QJsonObject{{"default_mode", "M17"}, {"callsign", "XX0ABC"}});
         MainWindow w;
+        waitForLink(w);
         ptt(w)->click();
         QCOMPARE(table(w)->rowCount(), 1);
         QCOMPARE(cell(w, 0, 1), QString("XX0ABC"));
-        QCOMPARE(cell(w, 0, 3), QString("P25"));
+        QCOMPARE(cell(w, 0, 3), QString("M17"));
         QCOMPARE(cell(w, 0, 5), QString("(TX)"));
         QCOMPARE(cell(w, 0, 6), QString());
         QCOMPARE(table(w)->item(0, 0)->background().color(), QColor(220, 40, 40, 64));
@@ -376,14 +402,13 @@ private slots:
         QVERIFY(cell(w, 0, 6).endsWith(" s"));
         QCOMPARE(table(w)->item(0, 0)->background().style(), Qt::NoBrush);
 
-        // DMR with no peers: the row carries the slot, 0.
+        // DMR with no peers: nothing to talk to, the status line says so and no row is stored.
         w.selectMode("DMR");
-        QTest::ignoreMessage(QtWarningMsg, "DMR-TX: cannot start — client= null srcDmrId= 0 dstTg= 0");
         ptt(w)->click();
-        QCOMPARE(cell(w, 0, 3), QString("DMR"));
-        QCOMPARE(cell(w, 0, 5), QString("TS0"));
-        ptt(w)->click();
-        QCOMPARE(Config::instance().section("lastheard").value("entries").toArray().size(), 2);
+        QVERIFY(!ptt(w)->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("PTT: no default DMR peer — add one or click a peer row"));
+        QCOMPARE(table(w)->rowCount(), 1);
+        QCOMPARE(Config::instance().section("lastheard").value("entries").toArray().size(), 1);
     }
 
     void lastHeardKeepsFiftyNewestFirstAcrossRestart()
