@@ -45,7 +45,6 @@ void Config::load()
         problem = QStringLiteral("%1 cannot be read (%2). The program runs with default settings and saves "
                                  "nothing until this is fixed.")
                       .arg(where, file.errorString());
-        qWarning().noquote() << "Config:" << problem;
         return;
     }
     const QByteArray bytes = file.readAll();
@@ -73,7 +72,6 @@ void Config::keepDamagedFile(const QString& where, const QByteArray& bytes)
                                  "with default settings.")
                       .arg(where, backup);
     }
-    qWarning().noquote() << "Config:" << problem;
 }
 
 QJsonObject Config::section(const QString& name) const

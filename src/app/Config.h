@@ -40,6 +40,7 @@ public:
     void setWindowState(const QString& name, const QByteArray& state);
 
     // Empty after a normal start; otherwise one sentence for the user about what load() found.
+    // It is told by the window (and its log line), since the log is not open yet at load time.
     QString loadProblem() const { return problem; }
     // False when the file could not be read: saving then would destroy what the user has.
     bool canSave() const { return saveAllowed; }

@@ -35,7 +35,9 @@ bool writeFileAtomically(const QString& path, const QByteArray& data, FileAccess
         file.cancelWriting();
         return false;
     }
-    if (file.write(data) != data.size()) {
+    // The buffer is flushed here and checked: commit() does not notice a write that fails only
+    // when the last buffered block goes out, and would rename a cut-off file into place.
+    if (file.write(data) != data.size() || !file.flush()) {
         file.cancelWriting();
         return false;
     }

@@ -114,6 +114,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     // Told once, where the user looks: what happened to a configuration that could not be read.
     const QString configProblem = zl::Config::instance().loadProblem();
     if (!configProblem.isEmpty()) {
+        qWarning().noquote() << "MainWindow:" << configProblem;
         auto* banner = new QLabel(configProblem);
         banner->setObjectName(QStringLiteral("configProblem"));
         banner->setWordWrap(true);

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using zl::Config;
@@ -35,18 +37,18 @@ private:
     }
 
 private slots:
-    void damagedFilesGiveDefaults_data()
+    void damagedFilesAreKeptAsideAndGiveDefaults_data()
     {
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("create");
         QTest::newRow("missing") << QByteArray() << false;
         QTest::newRow("empty") << QByteArray() << true;
         QTest::newRow("array") << QByteArray("[]") << true;
-        QTest::newRow("broken") << QByteArray("{\"general\": {\"callsign\": \"XX0ABC\"") << true;
+        QTest::newRow("truncated") << QByteArray("{\"general\": {\"callsign\": \"XX0ABC\"") << true;
         QTest::newRow("string") << QByteArray("\"general\"") << true;
     }
 
-    void damagedFilesGiveDefaults()
+    void damagedFilesAreKeptAsideAndGiveDefaults()
     {
         QFETCH(QByteArray, content);
         QFETCH(bool, create);
@@ -56,6 +58,18 @@ private slots:
         QCOMPARE(config.defaultMode(), QStringLiteral("DMR"));
         QCOMPARE(config.callsign(), QString());
         QVERIFY(config.section(QStringLiteral("general")).isEmpty());
+        QVERIFY(config.canSave());
+        const QStringList copies = QDir(dir.path()).entryList({name + ".broken-*"}, QDir::Files);
+        QCOMPARE(copies.size(), create ? 1 : 0);
+        QCOMPARE(config.loadProblem().isEmpty(), !create);
+        if (!create)
+            return;
+        // The user's bytes, exactly, and the message says where they are.
+        QCOMPARE(readFile(dir.filePath(copies.first())), content);
+        QVERIFY2(config.loadProblem().contains(dir.filePath(copies.first())), qPrintable(config.loadProblem()));
+        config.setCallsign(QStringLiteral("XX0ABC"));
+        config.save();
+        QCOMPARE(Config(path).callsign(), QStringLiteral("XX0ABC"));
     }
 
     void unknownKeysSurviveLoadAndSave()
@@ -131,25 +145,54 @@ private slots:
         QVERIFY(saved.value("y").isArray());
     }
 
-    void newFileIsPrivateToItsOwner()
+    void savedFileIsPrivateToItsOwner()
     {
-        const QString path = dir.filePath(QStringLiteral("private.json"));
-        Config config(path);
+        // An old file that others could read becomes private at the next save, and so does its folder.
+        QVERIFY(QDir().mkpath(dir.filePath("private")));
+        const QString file = writeFile(QStringLiteral("private/config.json"), "{}");
+        QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther |
+                                        QFileDevice::ReadGroup);
+        Config config(file);
         config.save();
         struct stat st {};
-        QCOMPARE(::stat(QFile::encodeName(path).constData(), &st), 0);
+        QCOMPARE(::stat(QFile::encodeName(file).constData(), &st), 0);
         QCOMPARE(st.st_mode & 0777, 0600u);
+        QCOMPARE(::stat(QFile::encodeName(dir.filePath("private")).constData(), &st), 0);
+        QCOMPARE(st.st_mode & 0777, 0700u);
     }
 
-    void unwritableFileKeepsChangesInMemory()
+    void unreadableFileIsNeverOverwritten()
     {
         const QString path = dir.filePath(QStringLiteral("no-such-dir-file/config.json"));
-        // A directory where the file should be makes every write fail.
+        // A directory where the file should be cannot be read, and nothing may replace it.
         QDir().mkpath(path);
         Config config(path);
+        QVERIFY(!config.canSave());
+        QVERIFY(config.loadProblem().contains("cannot be read"));
         config.setCallsign(QStringLiteral("XX0ABC"));
         config.save();
         QCOMPARE(config.callsign(), QStringLiteral("XX0ABC"));
+        QVERIFY(QFileInfo(path).isDir());
+    }
+
+    void failedWriteLeavesThePreviousFileWhole()
+    {
+        const QByteArray before = R"({"general": {"callsign": "XX0ABC"}})";
+        const QString path = writeFile(QStringLiteral("full.json"), before);
+        Config config(path);
+        config.setSection(QStringLiteral("big"), QJsonObject{{"text", QString(4096, u'x')}});
+        // A disk that fills up half-way through the write: the file size limit stops it at 64 bytes.
+        const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit previous{};
+        ::getrlimit(RLIMIT_FSIZE, &previous);
+        rlimit small = previous;
+        small.rlim_cur = 64;
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        config.save();
+        ::setrlimit(RLIMIT_FSIZE, &previous);
+        std::signal(SIGXFSZ, previousHandler);
+        QCOMPARE(readFile(path), before);
+        QCOMPARE(QDir(dir.path()).entryList({"full.json*"}, QDir::Files | QDir::Hidden), QStringList{"full.json"});
     }
 };
 

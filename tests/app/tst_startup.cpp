@@ -1,6 +1,9 @@
 // Starts the real program, as a normal user, in a private folder tree.
 #include "HomebrewMaster.h"
+#include "M17Reflector.h"
+#include "NxdnReflector.h"
 #include "ProgramSandbox.h"
+#include "YsfReflector.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -37,6 +40,18 @@ QList<int> linesOf(const QString& text, const QStringList& needles)
         at.append(found);
     }
     return at;
+}
+
+// A mode section with one user server on loopback, selected and enabled.
+QJsonObject reflectorSection(quint16 port, const QJsonObject& row = {})
+{
+    QJsonObject enabled = row;
+    enabled.insert("enabled", true);
+    return QJsonObject{
+        {"user_servers",
+         QJsonArray{QJsonObject{{"id", "user-loop"}, {"name", "Loop"}, {"host", "127.0.0.1"}, {"port", port}}}},
+        {"selected_server_ids", QJsonArray{"user-loop"}},
+        {"servers", QJsonObject{{"user-loop", enabled}}}};
 }
 
 } // namespace
@@ -103,9 +118,12 @@ private slots:
         QVERIFY(readAll(box.configFile()).contains("XX0ABC"));
     }
 
-    void connectedPeerSaysGoodbyeOnSigterm()
+    void everyLinkSaysGoodbyeOnSigterm()
     {
         HomebrewMaster master;
+        M17Reflector m17;
+        YsfReflector ysf;
+        NxdnReflector nxdn(65000);
         QVERIFY(master.listen());
         master.addPeer(240000101, "pw");
         ProgramSandbox box(QStringLiteral("build"));
@@ -118,9 +136,17 @@ private slots:
                                {"essid_override", "01"},
                                {"password", "pw"},
                                {"auto_connect", true}};
-        box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}}});
+        const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}, {"id_field", "1234"}}};
+        box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
+                                    {"identities", QJsonObject{{"m17", me}, {"ysf", me}, {"nxdn", me}}},
+                                    {"m17", reflectorSection(m17.port())},
+                                    {"ysf", reflectorSection(ysf.port())},
+                                    {"nxdn", reflectorSection(nxdn.port(), {{"tg", 65000}, {"ran", 1}})}});
         QProcess* p = box.start();
         QTRY_VERIFY_WITH_TIMEOUT(master.isLoggedIn(240000101), kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(m17.clients().size(), 1, kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(ysf.clients().size(), 1, kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(nxdn.clients().size(), 1, kStartTimeoutMs);
         const QString logDir = box.root() + "/log";
         QCOMPARE(ProgramSandbox::logFiles(logDir).size(), 1);
         const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
@@ -132,6 +158,10 @@ private slots:
         QCOMPARE(p->exitCode(), 0);
         QCOMPARE(master.received().last().data.left(5), QByteArray("RPTCL"));
         QVERIFY(!master.isLoggedIn(240000101));
+        // The reflectors heard their unlink too, the last datagram of each.
+        QTRY_VERIFY(!m17.received.isEmpty() && m17.received.last().startsWith("DISC"));
+        QTRY_VERIFY(!ysf.received.isEmpty() && ysf.received.last().startsWith("YSFU"));
+        QTRY_VERIFY(!nxdn.received.isEmpty() && nxdn.received.last().startsWith("NXDNU"));
 
         const QString log = readAll(path);
         const QList<int> at = linesOf(
@@ -143,8 +173,49 @@ private slots:
                   "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
         QVERIFY2(!at.contains(-1), qPrintable(log));
         QVERIFY2(std::is_sorted(at.begin(), at.end()), qPrintable(log));
-        // The shutdown lines are the last of the run.
-        QVERIFY2(log.trimmed().split('\n').last().contains("[shutdown]"), qPrintable(log));
+        // After the window began to go, only the pages' unlinking is left: no warning, no error.
+        const QString tail = log.section("[shutdown] ~MainWindow begin", 1);
+        QVERIFY2(!tail.contains("[warning]") && !tail.contains("[error]"), qPrintable(tail));
+    }
+
+    void damagedConfigIsKeptAndReported_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("readable");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("corrupt") << QByteArray("{\"dmr\": [\x01\x02 not json") << true << "was damaged";
+        QTest::newRow("truncated") << QByteArray("{\"general\": {\"callsign\": \"XX0A") << true << "was damaged";
+        QTest::newRow("unreadable") << QByteArray("{\"general\": {\"callsign\": \"XX0ABC\"}}") << false
+                                    << "cannot be read";
+    }
+
+    void damagedConfigIsKeptAndReported()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, readable);
+        QFETCH(QString, message);
+        ProgramSandbox box(QStringLiteral("build"));
+        QVERIFY(box.isValid());
+        box.writeConfigBytes(bytes);
+        if (!readable)
+            QVERIFY(QFile::setPermissions(box.configFile(), {}));
+        QProcess* p = box.start();
+        const QString logDir = box.root() + "/log";
+        QTRY_COMPARE_WITH_TIMEOUT(ProgramSandbox::logFiles(logDir).size(), 1, kStartTimeoutMs);
+        const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
+        QTRY_VERIFY_WITH_TIMEOUT(readAll(path).contains("main: window shown"), kStartTimeoutMs);
+        QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitCode(), 0);
+        QVERIFY2(readAll(path).contains(message), qPrintable(readAll(path)));
+
+        const QDir folder = QFileInfo(box.configFile()).dir();
+        const QStringList copies = folder.entryList({"config.json.broken-*"}, QDir::Files);
+        QCOMPARE(copies.size(), readable ? 1 : 0);
+        QFile::setPermissions(box.configFile(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        QFile kept(readable ? folder.filePath(copies.value(0)) : box.configFile());
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll(), bytes);
     }
 
     void disabledLogWritesNoFile()

@@ -60,10 +60,15 @@ QString ProgramSandbox::configFile() const
 
 void ProgramSandbox::writeConfig(const QJsonObject& config)
 {
+    writeConfigBytes(QJsonDocument(config).toJson());
+}
+
+void ProgramSandbox::writeConfigBytes(const QByteArray& bytes)
+{
     QDir().mkpath(QFileInfo(configFile()).absolutePath());
     QFile file(configFile());
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        file.write(QJsonDocument(config).toJson());
+        file.write(bytes);
     file.close();
     handOver(dir.path());
 }

@@ -25,6 +25,7 @@ public:
     QString configFile() const;
 
     void writeConfig(const QJsonObject& config);
+    void writeConfigBytes(const QByteArray& bytes);
 
     // Starts the program; asRoot keeps the suite's own user (only meaningful as root).
     QProcess* start(const QStringList& args = {}, bool asRoot = false);
