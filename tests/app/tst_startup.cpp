@@ -253,6 +253,42 @@ private slots:
                  qPrintable(log));
     }
 
+    void readOnlyInstallLogsToTheStateFolder_data()
+    {
+        QTest::addColumn<bool>("stateWritable");
+        QTest::newRow("state folder") << true;
+        QTest::newRow("console only") << false;
+    }
+
+    void readOnlyInstallLogsToTheStateFolder()
+    {
+        QFETCH(bool, stateWritable);
+        const auto box = ProgramSandbox::installed();
+        QVERIFY(box->isValid());
+        box->writeConfig({});
+        // Nobody but root may write into an installed program's folders.
+        QVERIFY(QFile::setPermissions(box->binaryDir(), QFileDevice::ReadOwner | QFileDevice::ExeOwner |
+                                                            QFileDevice::ReadOther | QFileDevice::ExeOther));
+        const QString state = box->root() + "/state";
+        if (!stateWritable)
+            QVERIFY(QFile::setPermissions(state, QFileDevice::ReadOwner | QFileDevice::ExeOwner |
+                                                     QFileDevice::ReadOther | QFileDevice::ExeOther));
+        QProcess* p = box->start();
+        QByteArray console;
+        QTRY_VERIFY_WITH_TIMEOUT((console += p->readAllStandardOutput()).contains("main: window shown"),
+                                 kStartTimeoutMs);
+        QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
+        QVERIFY(p->waitForFinished(kStartTimeoutMs));
+        QCOMPARE(p->exitCode(), 0);
+        console += p->readAllStandardOutput();
+        QVERIFY(ProgramSandbox::logFiles(box->binaryDir() + "/log").isEmpty());
+        const QStringList logs = ProgramSandbox::logFiles(state + "/zephyrlake/log");
+        QCOMPARE(logs.size(), stateWritable ? 1 : 0);
+        QCOMPARE(console.contains("logging to the console only"), !stateWritable);
+        if (stateWritable)
+            QVERIFY(readAll(state + "/zephyrlake/log/" + logs.first()).contains("[shutdown] app.exec() returned 0"));
+    }
+
     void rootIsRefusedAfterTheLogOpens()
     {
         if (::geteuid() != 0)

@@ -2,6 +2,7 @@
 #include "app/StyleSheet.h"
 
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -60,20 +61,28 @@ private slots:
 
     void logFolderRules()
     {
+        qputenv("XDG_STATE_HOME", "/state");
+        const QString state = "/state/zephyrlake/log";
+        // Started from a folder named "build": the log goes beside it; only an exact "build" counts.
+        QCOMPARE(zl::logFolders({}, "/tree/build"), (QStringList{"/tree/log", state}));
+        QCOMPARE(zl::logFolders({}, "/x/build-asan"), (QStringList{"/x/build-asan/log", state}));
+        // Anywhere else below the program's folder; a configured folder comes first.
+        QCOMPARE(zl::logFolders("/mine/logs", "/opt/bin"), (QStringList{"/mine/logs", "/opt/bin/log", state}));
+        qunsetenv("XDG_STATE_HOME");
+        QCOMPARE(zl::logFolders({}, "/opt/bin").last(), QDir::homePath() + "/.local/state/zephyrlake/log");
+    }
+
+    void oldLogsArePrunedToTheNewest()
+    {
         QTemporaryDir tmp;
-        // Started from a folder named "build": the log goes beside it.
-        QDir(tmp.path()).mkpath("tree/build");
-        QCOMPARE(zl::logFolder({}, tmp.filePath("tree/build")), tmp.filePath("tree/log"));
-        QVERIFY(QDir(tmp.filePath("tree/log")).exists());
-        // Anywhere else: below the program's folder.
-        QDir(tmp.path()).mkpath("opt/bin");
-        QCOMPARE(zl::logFolder({}, tmp.filePath("opt/bin")), tmp.filePath("opt/bin/log"));
-        // Only an exact "build" counts.
-        QDir(tmp.path()).mkpath("x/build-asan");
-        QCOMPARE(zl::logFolder({}, tmp.filePath("x/build-asan")), tmp.filePath("x/build-asan/log"));
-        // A configured folder is created and used as it is.
-        QCOMPARE(zl::logFolder(tmp.filePath("mine/logs"), tmp.filePath("opt/bin")), tmp.filePath("mine/logs"));
-        QVERIFY(QDir(tmp.filePath("mine/logs")).exists());
+        for (int i = 0; i < 33; ++i)
+            QFile(tmp.filePath(QStringLiteral("zl-2611%1-120000.log").arg(i + 10))).open(QIODevice::WriteOnly);
+        QFile(tmp.filePath("notes.txt")).open(QIODevice::WriteOnly);
+        zl::pruneLogs(tmp.path(), 30);
+        const QStringList left = QDir(tmp.path()).entryList(QDir::Files, QDir::Name);
+        QCOMPARE(left.size(), 31);
+        QCOMPARE(left.first(), QString("notes.txt"));
+        QCOMPARE(left.at(1), QString("zl-261113-120000.log"));
     }
 };
 

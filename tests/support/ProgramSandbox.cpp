@@ -39,6 +39,7 @@ void ProgramSandbox::prepare()
 {
     QDir(dir.path()).mkpath(QStringLiteral("home"));
     QDir(dir.path()).mkpath(QStringLiteral("run"));
+    QDir(dir.path()).mkpath(QStringLiteral("state"));
     ::chmod(QFile::encodeName(dir.filePath(QStringLiteral("run"))).constData(), 0700);
     handOver(dir.path());
 }
@@ -92,6 +93,7 @@ QProcess* ProgramSandbox::start(const QStringList& args, bool asRoot)
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.filePath(QStringLiteral("config")));
     env.insert(QStringLiteral("XDG_CACHE_HOME"), dir.filePath(QStringLiteral("cache")));
     env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir.filePath(QStringLiteral("run")));
+    env.insert(QStringLiteral("XDG_STATE_HOME"), dir.filePath(QStringLiteral("state")));
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     proc->setProcessEnvironment(env);
     proc->setWorkingDirectory(dir.path());
