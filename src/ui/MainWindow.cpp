@@ -303,6 +303,13 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
                                                       "settings; it never fires while you type in a text field."));
     layout->addWidget(pttButton);
     connect(pttButton, &QPushButton::toggled, this, &MainWindow::onPttToggled);
+    pttReleaseTimer = new QTimer(this);
+    pttReleaseTimer->setSingleShot(true);
+    pttReleaseTimer->setInterval(kPttRepeatGapMs);
+    connect(pttReleaseTimer, &QTimer::timeout, this, [this] {
+        if (pttKbdHold && pttButton->isChecked())
+            pttButton->setChecked(false);
+    });
     // Quitting while transmitting: the stream ends (terminator, encoder gone) before the
     // peers are stopped on the same signal, which is connected after this one.
     connect(qApp, &QCoreApplication::aboutToQuit, this, [this] {
@@ -594,9 +601,19 @@ bool MainWindow::eventFilter(QObject* object, QEvent* event)
         }
         auto* key = static_cast<QKeyEvent*>(event);
         if (key->key() == pttKey && !key->isAutoRepeat() && pttButton && pttButton->isEnabled()) {
+            // Keyboard auto-repeat arrives as release and press pairs that are not always flagged
+            // as such: a release counts only when no press of the key follows within 50 ms.
+            if (type == QEvent::KeyRelease) {
+                pttReleaseTimer->start();
+                return true;
+            }
+            const bool repeated = pttReleaseTimer->isActive();
+            pttReleaseTimer->stop();
+            if (repeated)
+                return true;
             if (pttKbdHold)
-                pttButton->setChecked(type == QEvent::KeyPress);
-            else if (type == QEvent::KeyPress)
+                pttButton->setChecked(true);
+            else
                 pttButton->toggle();
             return true;
         }

@@ -34,6 +34,8 @@ public:
     ~MainWindow() override;
 
     static constexpr int kMaxLastHeard = 50;
+    // A key release followed by a press within this time is keyboard auto-repeat.
+    static constexpr int kPttRepeatGapMs = 50;
     // "12.3 s" below a minute, "m:ss" from there.
     static QString formatDuration(qint64 ms);
 
@@ -105,6 +107,7 @@ private:
     zl::dmr::DmrVoiceEncoder* dmrEncoder = nullptr;
     QMetaObject::Connection dmrMicConnection;
     QTimer* audioSaveTimer = nullptr;
+    QTimer* pttReleaseTimer = nullptr;
     QTimer* clockTimer = nullptr;
 
     QStackedWidget* stack = nullptr;

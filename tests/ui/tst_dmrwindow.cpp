@@ -158,7 +158,7 @@ private slots:
         // 30 frames of 20 ms make ten bursts behind the header.
         QTRY_VERIFY_WITH_TIMEOUT(sentBy(kPeerA).size() >= 11, 5000);
         sendKey(focus, QEvent::KeyRelease, Qt::Key_F5);
-        QVERIFY(!w.findChild<QPushButton*>("ptt")->isChecked());
+        QTRY_VERIFY(!w.findChild<QPushButton*>("ptt")->isChecked());
         QTRY_VERIFY_WITH_TIMEOUT(!sentBy(kPeerA).isEmpty() && flagsOf(sentBy(kPeerA).last()) == 0xA2, 5000);
 
         const QList<QByteArray> sent = sentBy(kPeerA);
