@@ -2,16 +2,34 @@
 
 namespace zl::hw {
 
+namespace {
+
+// Length of the packet whose header starts at pos, or 0 when the header is implausible.
+qsizetype packetLength(const QByteArray& buffer, qsizetype pos)
+{
+    if (buffer[pos] != 0x61 || quint8(buffer[pos + 3]) > 0x02)
+        return 0;
+    const qsizetype total = ((quint8(buffer[pos + 1]) & 0x0F) << 8 | quint8(buffer[pos + 2])) + 4;
+    return total <= kMaxAmbePacket ? total : 0;
+}
+
+} // namespace
+
+bool isWholeAmbePacket(const QByteArray& datagram)
+{
+    return datagram.size() >= 4 && packetLength(datagram, 0) == datagram.size();
+}
+
 QList<QByteArray> takeAmbePackets(QByteArray& buffer)
 {
     QList<QByteArray> packets;
     qsizetype pos = 0;
     while (buffer.size() - pos >= 4) {
-        if (buffer[pos] != 0x61) {
+        const qsizetype total = packetLength(buffer, pos);
+        if (total == 0) {
             ++pos;
             continue;
         }
-        const qsizetype total = ((quint8(buffer[pos + 1]) & 0x0F) << 8 | quint8(buffer[pos + 2])) + 4;
         if (buffer.size() - pos < total)
             break;
         packets.append(buffer.mid(pos, total));

@@ -30,6 +30,10 @@ constexpr quint8 pktChannel = 0x01;
 constexpr quint8 pktSpeech = 0x02;
 constexpr quint16 ftdiVendorId = 0x0403;
 constexpr int maxInFlight = 3;
+// So many lost answers in a row and the chip is given up.
+constexpr int kLostRepliesToFail = 10;
+// The longest packet takes under 30 ms at the slowest baud rate.
+constexpr int kStalePieceMs = 60;
 constexpr int samplesPerFrame = 160;
 
 const QByteArray resetPacket = QByteArray::fromHex("6100010033");
@@ -124,9 +128,13 @@ int findInitStatus(const QByteArray& rx)
 
 } // namespace
 
-Dv3000::Dv3000(QObject* parent) : QObject(parent), serial(new QSerialPort(this)), probeTimer(new QTimer(this))
+Dv3000::Dv3000(QObject* parent)
+    : QObject(parent), serial(new QSerialPort(this)), probeTimer(new QTimer(this)), replyTimer(new QTimer(this))
 {
     probeTimer->setSingleShot(true);
+    replyTimer->setSingleShot(true);
+    connect(replyTimer, &QTimer::timeout, this, &Dv3000::onReplyTimeout);
+    replyClock.start();
     connect(serial, &QSerialPort::readyRead, this, &Dv3000::onSerialReadyRead);
     connect(probeTimer, &QTimer::timeout, this, &Dv3000::onProbeTimeout);
 }
@@ -363,6 +371,7 @@ void Dv3000::close()
     if (udp)
         udp->abort();
     rxBuffer.clear();
+    forgetAwaited();
     portName.clear();
     prodId.clear();
     version.clear();
@@ -419,7 +428,26 @@ void Dv3000::onProbeTimeout()
 
 void Dv3000::onSerialReadyRead()
 {
+    // Datagrams are packets of their own: a bad one is dropped whole and takes nothing with it.
+    while (udpMode && udp && udp->hasPendingDatagrams()) {
+        const QByteArray datagram = udp->receiveDatagram().data();
+        if (isWholeAmbePacket(datagram)) {
+            parsePacket(datagram);
+        } else {
+            qWarning().noquote() << "Dv3000: dropped a malformed datagram from" << target << "(" << datagram.size()
+                                 << "bytes:" << datagram.left(8).toHex(' ') << ")";
+        }
+    }
+    if (udpMode)
+        return;
     const QByteArray data = readAvailable();
+    // A packet cut off by a glitch on the line would swallow the start of the next one: a
+    // piece left waiting longer than any packet takes to arrive is dropped.
+    if (!rxBuffer.isEmpty() && replyClock.elapsed() - lastRxMs > kStalePieceMs) {
+        qWarning().noquote() << "Dv3000: dropped" << rxBuffer.size() << "bytes of a cut-off packet on" << portName;
+        rxBuffer.clear();
+    }
+    lastRxMs = replyClock.elapsed();
     if (probing)
         qInfo().noquote() << "Dv3000 probe rx on" << portName << ":" << data.toHex(' ');
     rxBuffer += data;
@@ -431,14 +459,16 @@ void Dv3000::parsePacket(const QByteArray& packet)
 {
     const quint8 type = quint8(packet[3]);
     if (type == pktChannel) {
-        if (packet.size() >= 7)
-            emit ambeFrameReady(packet.mid(6));
+        if (packet.size() < 7)
+            return;
+        answered(awaitedAmbe);
+        emit ambeFrameReady(packet.mid(6));
         return;
     }
     if (type == pktSpeech) {
         if (packet.size() < 7)
             return;
-        if (inFlight > 0)
+        if (answered(awaitedPcm) && inFlight > 0)
             --inFlight;
         emit pcmFrameReady(speechSamples(packet, qMin(int(quint8(packet[5])), int(packet.size() - 6) / 2)));
         pumpChannels();
@@ -484,8 +514,10 @@ void Dv3000::pumpChannels()
     const PendingChannel next = pendingChannels.takeFirst();
     const QByteArray pkt = channelPacket(next.frame, next.bitCount);
     const qint64 written = writePacket(pkt);
-    if (written == pkt.size())
+    if (written == pkt.size()) {
         ++inFlight;
+        await(awaitedPcm);
+    }
     qDebug().noquote() << "Dv3000 postChannel write=" << written << "B (pkt=" << pkt.size()
                        << "B, bitCount=" << next.bitCount << ", in-flight=" << inFlight
                        << ", queued=" << pendingChannels.size();
@@ -503,6 +535,8 @@ void Dv3000::postSpeech(const qint16* pcm)
     }
     const QByteArray pkt = speechPacket(pcm);
     const qint64 written = writePacket(pkt);
+    if (written == pkt.size())
+        await(awaitedAmbe);
     qDebug().noquote() << "Dv3000 postSpeech write=" << written << "B (pkt=" << pkt.size() << "B)";
 }
 
@@ -699,6 +733,65 @@ QByteArray Dv3000::decodeBatch(const QList<QByteArray>& frames, int bitCount)
     if (got < expected)
         qInfo() << "Dv3000 decodeBatch: got" << got << "/" << expected << "frames within deadline";
     return pcm;
+}
+
+void Dv3000::await(QList<qint64>& queue)
+{
+    queue.append(replyClock.elapsed());
+    if (!replyTimer->isActive())
+        replyTimer->start(replyTimeoutMs);
+}
+
+bool Dv3000::answered(QList<qint64>& queue)
+{
+    if (queue.isEmpty())
+        return false; // late, after it was given up, or never asked for
+    queue.removeFirst();
+    lostInRow = 0;
+    return true;
+}
+
+void Dv3000::forgetAwaited()
+{
+    awaitedPcm.clear();
+    awaitedAmbe.clear();
+    inFlight = 0;
+    lostInRow = 0;
+    replyTimer->stop();
+}
+
+void Dv3000::onReplyTimeout()
+{
+    const qint64 now = replyClock.elapsed();
+    int lost = 0;
+    for (QList<qint64>* queue : {&awaitedPcm, &awaitedAmbe}) {
+        while (!queue->isEmpty() && now - queue->first() >= replyTimeoutMs) {
+            queue->removeFirst();
+            if (queue == &awaitedPcm && inFlight > 0)
+                --inFlight;
+            ++lost;
+        }
+    }
+    lostInRow += lost;
+    if (lost > 0)
+        qWarning().noquote() << "Dv3000:" << lost << "answer(s) from" << portName << "missing after" << replyTimeoutMs
+                             << "ms — counted as lost," << lostInRow << "in a row";
+    if (lostInRow >= kLostRepliesToFail) {
+        lastError = QStringLiteral("%1 answers in a row lost").arg(lostInRow);
+        const QString where = portName;
+        pendingChannels.clear();
+        close();
+        emit failed(where + QStringLiteral(": ") + lastError);
+        return;
+    }
+    pumpChannels();
+    qint64 oldest = -1;
+    for (const QList<qint64>* queue : {&awaitedPcm, &awaitedAmbe}) {
+        if (!queue->isEmpty() && (oldest < 0 || queue->first() < oldest))
+            oldest = queue->first();
+    }
+    if (oldest >= 0)
+        replyTimer->start(int(qMax<qint64>(1, oldest + replyTimeoutMs - now)));
 }
 
 } // namespace zl::hw

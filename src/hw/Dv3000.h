@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -60,6 +61,9 @@ public:
 
     // Interval of the product-id retries, 200 ms; tests shorten it.
     void setProbeInterval(int ms) { probeIntervalMs = ms; }
+    // An answer later than this, 200 ms, is taken as lost; a healthy chip answers within a
+    // few ms. Tests that hold answers back lengthen it.
+    void setReplyTimeout(int ms) { replyTimeoutMs = ms; }
 
 signals:
     void detected(const QString& prodId, const QString& version);
@@ -70,6 +74,7 @@ signals:
 private slots:
     void onSerialReadyRead();
     void tryNextCandidate();
+    void onReplyTimeout();
 
 private:
     struct PendingChannel {
@@ -89,6 +94,11 @@ private:
     QByteArray inprocDecode(const QByteArray& frame);
     QByteArray inprocEncode(const qint16* pcm);
     QByteArray blockingRequest(const QByteArray& packet, quint8 replyType, const char* what);
+    // Send times of the requests whose answers are due, oldest first: decodes wait for
+    // speech, encodes for a channel frame. An answer takes the oldest of its kind.
+    void await(QList<qint64>& queue);
+    bool answered(QList<qint64>& queue);
+    void forgetAwaited();
 
     QSerialPort* serial = nullptr;
     QUdpSocket* udp = nullptr;
@@ -112,6 +122,13 @@ private:
     QList<PendingChannel> pendingChannels;
     int inFlight = 0;
     int probeIntervalMs = 200;
+    QTimer* replyTimer = nullptr;
+    QElapsedTimer replyClock;
+    QList<qint64> awaitedPcm;
+    QList<qint64> awaitedAmbe;
+    int lostInRow = 0;
+    int replyTimeoutMs = 200;
+    qint64 lastRxMs = 0;
 };
 
 } // namespace zl::hw

@@ -101,7 +101,7 @@ private slots:
     {
         SimulatedAmbeChip chip;
         Dv3000 dv;
-        openUdp(dv, chip);
+        openPty(dv, chip);
         if (QTest::currentTestFailed())
             return;
         QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
@@ -109,7 +109,7 @@ private slots:
 
         // One packet over two reads.
         chip.sendRaw(pkt.left(100));
-        QVERIFY(!pcm.wait(100));
+        QVERIFY(!pcm.wait(20));
         chip.sendRaw(pkt.mid(100));
         QTRY_COMPARE(pcm.count(), 1);
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
@@ -268,6 +268,66 @@ private slots:
         QVERIFY(!dv.setRate(33));
     }
 
+    void recoversAndDecodesTheNextStream_data()
+    {
+        QTest::addColumn<bool>("serial");
+        QTest::addColumn<QByteArray>("junk");
+        QTest::addColumn<int>("dropped");
+        // A length field claiming 4095 bytes in a datagram of 24.
+        QTest::newRow("malformed datagram") << false << QByteArray::fromHex("610fff02") + QByteArray(20, '\x11') << 0;
+        QTest::newRow("truncated serial packet") << true << speechPacket().left(100) << 0;
+        QTest::newRow("three lost replies") << false << QByteArray() << 3;
+    }
+
+    void recoversAndDecodesTheNextStream()
+    {
+        QFETCH(bool, serial);
+        QFETCH(QByteArray, junk);
+        QFETCH(int, dropped);
+        SimulatedAmbeChip chip;
+        Dv3000 dv;
+        serial ? openPty(dv, chip) : openUdp(dv, chip);
+        if (QTest::currentTestFailed())
+            return;
+        QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
+        QSignalSpy failed(&dv, &Dv3000::failed);
+        const QByteArray tone = SimulatedAmbeChip::sine(8000, 1000);
+        const QByteArray frame = SimulatedAmbeChip::encodeFrame(reinterpret_cast<const qint16*>(tone.constData()));
+        if (!junk.isEmpty())
+            chip.sendRaw(junk);
+        chip.dropReplies(dropped);
+        for (int i = 0; i < dropped; ++i)
+            dv.postChannel(frame, 72);
+        // The lost answers free their places after 200 ms; the cut-off piece goes stale.
+        QTRY_COMPARE(dv.framesInFlight(), 0);
+        QTest::qWait(100);
+        for (int i = 0; i < 10; ++i)
+            dv.postChannel(frame, 72);
+        QTRY_COMPARE(pcm.count(), 10);
+        for (const QList<QVariant>& each : std::as_const(pcm)) {
+            const SimulatedAmbeChip::Tone heard = SimulatedAmbeChip::analyse(each.at(0).toByteArray());
+            QVERIFY(qAbs(heard.frequency - 1000) <= 10);
+        }
+        QCOMPARE(failed.count(), 0);
+    }
+
+    void tenLostRepliesInARowFailTheChip()
+    {
+        SimulatedAmbeChip chip;
+        Dv3000 dv;
+        openUdp(dv, chip);
+        if (QTest::currentTestFailed())
+            return;
+        QSignalSpy failed(&dv, &Dv3000::failed);
+        chip.dropReplies(10);
+        const QByteArray frame(9, '\0');
+        for (int i = 0; i < 10; ++i)
+            dv.postChannel(frame, 72);
+        QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
+        QVERIFY(failed.at(0).at(0).toString().endsWith("10 answers in a row lost"));
+        QVERIFY(!dv.isOpen());
+    }
+
     void fourthChannelFrameWaitsForASpeechReply()
     {
         SimulatedAmbeChip chip;
@@ -276,6 +336,7 @@ private slots:
         if (QTest::currentTestFailed())
             return;
         QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
+        dv.setReplyTimeout(10000);
         chip.setHoldReplies(true);
         const QByteArray tone = SimulatedAmbeChip::sine(8000, 1000);
         const QByteArray frame = SimulatedAmbeChip::encodeFrame(reinterpret_cast<const qint16*>(tone.constData()));

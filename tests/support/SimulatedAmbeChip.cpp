@@ -64,6 +64,7 @@ public:
     IdentityReplies identity = IdentityReplies::Normal;
     int initStatus = 0;
     bool hold = false;
+    int toDrop = 0;
     int received[3] = {0, 0, 0};
     int productIds = 0;
     int configures = 0;
@@ -111,6 +112,10 @@ public:
             QMutexLocker lock(&mutex);
             if (holdable && hold) {
                 held.append({transport, bytes});
+                return;
+            }
+            if (holdable && toDrop > 0) {
+                --toDrop;
                 return;
             }
             delay = delayMs;
@@ -331,6 +336,12 @@ void SimulatedAmbeChip::setInitStatus(int status)
 {
     QMutexLocker lock(&engine->mutex);
     engine->initStatus = status;
+}
+
+void SimulatedAmbeChip::dropReplies(int n)
+{
+    QMutexLocker lock(&engine->mutex);
+    engine->toDrop = n;
 }
 
 void SimulatedAmbeChip::setHoldReplies(bool hold)

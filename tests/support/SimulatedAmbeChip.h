@@ -56,6 +56,8 @@ public:
     void setInitStatus(int status);
     // While held, speech and channel replies wait; releasing sends them in order.
     void setHoldReplies(bool hold);
+    // The next n speech or channel replies are never sent, as on a lossy network.
+    void dropReplies(int n);
     // Sends bytes as they are to the peer of the transport last used (one datagram on UDP).
     void sendRaw(const QByteArray& bytes);
 
