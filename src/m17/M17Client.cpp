@@ -11,10 +11,15 @@
 namespace zl::m17 {
 
 M17Client::M17Client(QObject* parent)
-    : QObject(parent), socket(new QUdpSocket(this)), linkTimer(new QTimer(this)), pingWatchdog(new QTimer(this))
+    : QObject(parent), socket(new QUdpSocket(this)), linkTimer(new QTimer(this)), pingWatchdog(new QTimer(this)),
+      retryTimer(new QTimer(this)), countdownTimer(new QTimer(this))
 {
     linkTimer->setSingleShot(true);
     pingWatchdog->setSingleShot(true);
+    retryTimer->setSingleShot(true);
+    countdownTimer->setInterval(1000);
+    connect(retryTimer, &QTimer::timeout, this, &M17Client::onRetry);
+    connect(countdownTimer, &QTimer::timeout, this, [this] { emit reconnectCountdown(reconnectInMs()); });
     connect(socket, &QUdpSocket::readyRead, this, &M17Client::onReadyRead);
     connect(linkTimer, &QTimer::timeout, this, &M17Client::onLinkTimeout);
     connect(pingWatchdog, &QTimer::timeout, this, &M17Client::onPingWatchdog);
@@ -23,7 +28,7 @@ M17Client::M17Client(QObject* parent)
 M17Client::~M17Client()
 {
     // Tell the reflector we are gone rather than let it time us out.
-    if (currentState == State::Linking || currentState == State::Linked)
+    if (currentState == State::Linking || currentState == State::Linked || currentState == State::Reconnecting)
         disconnectFromReflector();
 }
 
@@ -52,6 +57,9 @@ bool M17Client::linkTo(const QString& host, quint16 port, const QString& ownCall
     peerPort = port;
     callsign = ownCallsign;
     module = moduleLetter;
+    backoff.reset();
+    retryTimer->stop();
+    countdownTimer->stop();
     setState(State::Linking);
     emit info(QStringLiteral("CONN → %1:%2 module %3").arg(peer.toString()).arg(port).arg(QLatin1Char(module)));
     sendConn();
@@ -69,6 +77,8 @@ void M17Client::disconnectFromReflector()
     setState(State::NotLinked);
     linkTimer->stop();
     pingWatchdog->stop();
+    retryTimer->stop();
+    countdownTimer->stop();
     relinking = false;
     emit info(QStringLiteral("DISC sent"));
 }
@@ -94,13 +104,19 @@ void M17Client::onReadyRead()
 void M17Client::handleDatagram(const QByteArray& data)
 {
     if (data.startsWith("ACKN")) {
+        if (currentState != State::Linking)
+            return;
         linkTimer->stop();
         relinking = false;
+        backoff.reset();
         setState(State::Linked);
         pingWatchdog->start(timing.pingWatchdogMs);
         emit info(QStringLiteral("ACKN — linked"));
     } else if (data.startsWith("NACK")) {
+        // A refusal stands: asking again would only get the address banned.
         linkTimer->stop();
+        retryTimer->stop();
+        countdownTimer->stop();
         setState(State::Rejected);
         emit rejected(QStringLiteral("reflector said NACK"));
     } else if (data.startsWith("PING")) {
@@ -108,9 +124,13 @@ void M17Client::handleDatagram(const QByteArray& data)
         if (currentState == State::Linked)
             pingWatchdog->start(timing.pingWatchdogMs);
     } else if (data.startsWith("DISC")) {
+        // A reflector that timed us out after a one-way outage says DISC: link again.
+        if (currentState != State::Linked && currentState != State::Linking)
+            return;
         pingWatchdog->stop();
-        setState(State::NotLinked);
+        linkTimer->stop();
         emit info(QStringLiteral("DISC from reflector"));
+        scheduleReconnect(QStringLiteral("DISC from reflector"));
     } else if (isStreamFrame(data)) {
         emit voiceFrameRx(data);
     }
@@ -120,14 +140,33 @@ void M17Client::onLinkTimeout()
 {
     if (currentState != State::Linking)
         return;
-    if (relinking) {
-        emit info(QStringLiteral("re-link: no ACKN yet, retrying CONN"));
-        sendConn();
-        linkTimer->start(timing.linkTimeoutMs);
+    scheduleReconnect(QStringLiteral("no ACKN/NACK from reflector"));
+}
+
+void M17Client::scheduleReconnect(const QString& why)
+{
+    relinking = true;
+    const int delay = backoff.nextDelayMs() / qMax(1, timing.backoffSpeedup);
+    retryTimer->start(delay);
+    countdownTimer->start();
+    setState(State::Reconnecting);
+    emit info(QStringLiteral("%1 — %2").arg(why, ReconnectBackoff::countdownText(delay)));
+    emit reconnectCountdown(delay);
+}
+
+void M17Client::onRetry()
+{
+    countdownTimer->stop();
+    if (currentState != State::Reconnecting)
         return;
-    }
-    emit rejected(QStringLiteral("link timeout — no ACKN/NACK from reflector"));
-    setState(State::Failed);
+    setState(State::Linking);
+    sendConn();
+    linkTimer->start(timing.linkTimeoutMs);
+}
+
+int M17Client::reconnectInMs() const
+{
+    return currentState == State::Reconnecting ? qMax(0, retryTimer->remainingTime()) : 0;
 }
 
 void M17Client::onPingWatchdog()

@@ -93,6 +93,9 @@ void M17Voice::onVoiceFrame(const QByteArray& data)
     if (!isStreamFrame(data))
         return;
     const quint16 id = streamIdOf(data);
+    // Reflectors repeat the last frame of a stream: what comes after its end is not a new talker.
+    if (!rxActive && endedStreamValid && id == endedStreamId)
+        return;
     if (!rxActive || id != rxStreamId) {
         rxActive = true;
         rxStreamId = id;
@@ -110,6 +113,8 @@ void M17Voice::onVoiceFrame(const QByteArray& data)
     if (isEndOfStream(data)) {
         rxActive = false;
         rxStreamId = 0;
+        endedStreamId = id;
+        endedStreamValid = true;
     }
 }
 

@@ -48,6 +48,8 @@ private:
     QByteArray txBuffer;
     bool rxActive = false;
     quint16 rxStreamId = 0;
+    quint16 endedStreamId = 0;
+    bool endedStreamValid = false;
 };
 
 } // namespace zl::m17

@@ -29,6 +29,7 @@ QString colourOf(M17Client::State state)
     case M17Client::State::Linked:
         return QLatin1String(BaseModePage::kUp);
     case M17Client::State::Linking:
+    case M17Client::State::Reconnecting:
         return QLatin1String(BaseModePage::kBetween);
     case M17Client::State::Rejected:
     case M17Client::State::Failed:
@@ -221,6 +222,14 @@ M17Client* M17ModePage::clientFor(const QString& key)
         if (M17ReflectorRow* row = rows.value(key))
             row->setStatus(row->statusColour(), reason);
     });
+    connect(client, &M17Client::reconnectCountdown, this, [this, key](int remainingMs) {
+        if (key != activeKey)
+            return;
+        const QString text = zl::ReconnectBackoff::countdownText(remainingMs);
+        if (M17ReflectorRow* row = rows.value(key))
+            row->setStatus(QLatin1String(kBetween), text);
+        emit statusTextChanged(QStringLiteral("%1: %2").arg(rowName(key), text));
+    });
     connect(client, &M17Client::voiceFrameRx, this, [this, key](const QByteArray& frame) {
         if (key == activeKey)
             voice->onVoiceFrame(frame);
@@ -305,7 +314,8 @@ void M17ModePage::onRowToggled(const QString& key, bool on)
 
 void M17ModePage::onClientState(const QString& key, int state)
 {
-    qInfo() << "M17: state" << state << "(0=NotLinked 1=Linking 2=Linked 3=Unlinking 4=Rejected 5=Failed)";
+    qInfo() << "M17: state" << state
+            << "(0=NotLinked 1=Linking 2=Linked 3=Unlinking 4=Rejected 5=Failed 6=Reconnecting)";
     if (key != activeKey)
         return;
     if (M17ReflectorRow* row = rows.value(key))
