@@ -76,7 +76,8 @@ char slotsCharacter(const DmrPeerClient::Profile& p)
 
 DmrPeerClient::DmrPeerClient(QObject* parent)
     : QObject(parent), socket(new QUdpSocket(this)), clockTimer(new QTimer(this)), jitterTimer(new QTimer(this)),
-      retryTimer(new QTimer(this)), jitter([this](const QByteArray& frame) { deliver(frame); })
+      retryTimer(new QTimer(this)), countdownTimer(new QTimer(this)),
+      jitter([this](const QByteArray& frame) { deliver(frame); })
 {
     clockTimer->setInterval(kClockMs);
     jitterTimer->setInterval(kJitterTickMs);
@@ -86,6 +87,8 @@ DmrPeerClient::DmrPeerClient(QObject* parent)
     connect(clockTimer, &QTimer::timeout, this, &DmrPeerClient::onClock);
     connect(jitterTimer, &QTimer::timeout, this, &DmrPeerClient::onJitterTick);
     connect(retryTimer, &QTimer::timeout, this, &DmrPeerClient::onRetryTimer);
+    countdownTimer->setInterval(1000);
+    connect(countdownTimer, &QTimer::timeout, this, &DmrPeerClient::statusTextChanged);
 
     decoder = new DmrVoiceDecoder;
     decoder->moveToThread(zl::hw::Dv3000Pool::instance()->workerThread());
@@ -142,6 +145,8 @@ QString DmrPeerClient::stateText() const
     case Closing:
         return QStringLiteral("closing");
     case Failed:
+        if (reconnecting && retryTimer->isActive())
+            return ReconnectBackoff::countdownText(retryTimer->remainingTime() * speedup);
         return error.isEmpty() ? QStringLiteral("failed") : error;
     }
     return {};
@@ -174,6 +179,8 @@ void DmrPeerClient::giveUp(const QString& reason)
         socket->abort();
     clockTimer->stop();
     retryTimer->stop();
+    countdownTimer->stop();
+    reconnecting = false;
     setState(Failed);
     emit errorReported(error);
 }
@@ -218,8 +225,8 @@ void DmrPeerClient::onLookupResolved()
     masterSockAddr.sin_port = htons(profile.port);
     masterSockAddr.sin_addr.s_addr = htonl(masterAddress.toIPv4Address());
     descriptor = int(socket->socketDescriptor());
-    qInfo().noquote() << "DmrPeer" << profile.networkName << "resolved" << profile.host << "->"
-                      << masterAddress.toString() << "peerId" << profile.peerId;
+    qInfo().noquote() << "DmrPeer" << logName() << "resolved" << profile.host << "->" << masterAddress.toString()
+                      << "peerId" << profile.peerId;
     lastPingMs = 0;
     lastRxMs = now();
     clockTimer->start();
@@ -230,11 +237,14 @@ void DmrPeerClient::onLookupResolved()
 void DmrPeerClient::stop()
 {
     if (currentState == Running) {
-        qInfo().noquote() << "DmrPeer" << profile.networkName << "DISCONNECT (sending RPTCL goodbye)";
+        qInfo().noquote() << "DmrPeer" << logName() << "DISCONNECT (sending RPTCL goodbye)";
         sendControl(withPeerId("RPTCL"));
     }
     clockTimer->stop();
     retryTimer->stop();
+    countdownTimer->stop();
+    reconnecting = false;
+    backoff.reset();
     if (socket->state() != QAbstractSocket::UnconnectedState)
         socket->abort();
     descriptor = -1;
@@ -317,7 +327,7 @@ void DmrPeerClient::handleDatagram(const QByteArray& datagram)
     else if (datagram.startsWith("MSTNAK"))
         onNak();
     else if (datagram.startsWith("MSTCL")) {
-        qInfo().noquote() << "DmrPeer" << profile.networkName << "master closing";
+        qInfo().noquote() << "DmrPeer" << logName() << "master closing";
         setState(WaitingLogin);
         sendLogin();
     }
@@ -346,7 +356,9 @@ void DmrPeerClient::onAck(const QByteArray& datagram)
         retryDelayMs = 1000;
         attempts = 0;
         error.clear();
-        qInfo().noquote() << "DmrPeer" << profile.networkName << "logged in";
+        backoff.reset();
+        reconnecting = false;
+        qInfo().noquote() << "DmrPeer" << logName() << "logged in";
         setState(Running);
         break;
     default:
@@ -374,7 +386,7 @@ void DmrPeerClient::onNak()
         break;
     }
     ++attempts;
-    qInfo().noquote() << "DmrPeer" << profile.networkName << "MSTNAK —" << reason
+    qInfo().noquote() << "DmrPeer" << logName() << "MSTNAK —" << reason
                       << QStringLiteral("(attempt %1 of 3)").arg(attempts);
     if (attempts < kMaxAttempts) {
         retryDelayMs = std::min(retryDelayMs * 2, kMaxRetryDelayMs);
@@ -386,15 +398,16 @@ void DmrPeerClient::onNak()
         QStringLiteral("%1 — stopped after %2 attempts. Fix credentials and toggle the peer off/on to retry.")
             .arg(reason)
             .arg(attempts);
-    qInfo().noquote() << "DmrPeer" << profile.networkName << "giving up auto-retry —" << text;
+    qInfo().noquote() << "DmrPeer" << logName() << "giving up auto-retry —" << text;
     giveUp(text);
 }
 
 void DmrPeerClient::onRetryTimer()
 {
+    countdownTimer->stop();
     if (currentState != Failed)
         return;
-    qInfo().noquote() << "DmrPeer" << profile.networkName << "retry after" << retryDelayMs << "ms";
+    qInfo().noquote() << "DmrPeer" << logName() << "retry after" << retryDelayMs << "ms";
     setState(WaitingLogin);
     lastRxMs = now();
     sendLogin();
@@ -415,8 +428,7 @@ void DmrPeerClient::onClock()
             lastPingMs = t;
         }
         if (t - lastRxMs >= kSilenceMs) {
-            qInfo().noquote() << "DmrPeer" << profile.networkName << "no rx for" << (t - lastRxMs) / 1000
-                              << "s — re-login";
+            qInfo().noquote() << "DmrPeer" << logName() << "no rx for" << (t - lastRxMs) / 1000 << "s — re-login";
             setState(WaitingLogin);
             sendLogin();
             lastRxMs = t;
@@ -430,14 +442,17 @@ void DmrPeerClient::onClock()
         return;
     ++attempts;
     if (attempts > 2) {
-        const QString text = QStringLiteral("master not responding (no reply after %1 login attempts). Verify "
-                                            "host:port and that the master is online. Toggle off/on to retry.")
-                                 .arg(attempts);
-        qInfo().noquote() << "DmrPeer" << profile.networkName << "—" << text;
-        giveUp(text);
+        // A master that restarts is silent for a while: keep trying, more and more slowly.
+        const int delay = backoff.nextDelayMs();
+        attempts = 0;
+        reconnecting = true;
+        fail(QStringLiteral("master not responding (no reply after 3 login attempts)"));
+        retryTimer->start(scaled(delay));
+        countdownTimer->start();
+        qInfo().noquote() << "DmrPeer" << logName() << "— master not responding," << stateText();
         return;
     }
-    qInfo().noquote() << "DmrPeer" << profile.networkName << "no response — resending login (attempt"
+    qInfo().noquote() << "DmrPeer" << logName() << "no response — resending login (attempt"
                       << QStringLiteral("%1)").arg(attempts);
     setState(WaitingLogin);
     sendLogin();
@@ -523,6 +538,13 @@ bool DmrPeerClient::sendVoice(const DmrdHeader& header, const QByteArray& burst3
     const ssize_t n = ::sendto(fd, frame.constData(), size_t(frame.size()), 0,
                                reinterpret_cast<const sockaddr*>(&masterSockAddr), sizeof masterSockAddr);
     return n == frame.size();
+}
+
+QString DmrPeerClient::logName() const
+{
+    if (profile.label.isEmpty() || profile.label == profile.networkName)
+        return profile.networkName;
+    return QStringLiteral("%1 (%2)").arg(profile.label, profile.networkName);
 }
 
 } // namespace zl::dmr

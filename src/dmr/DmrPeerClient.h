@@ -7,6 +7,8 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QObject>
+
+#include "app/ReconnectBackoff.h"
 #include <QString>
 #include <QTimer>
 #include <QUdpSocket>
@@ -99,6 +101,8 @@ public slots:
 signals:
     void stateChanged(zl::dmr::DmrPeerClient::State s);
     void errorReported(const QString& reason);
+    // The status text changed without a change of state: the reconnect countdown.
+    void statusTextChanged();
     void dmrFrameReceived(const QByteArray& dmrd);
     void rxStreamHeard(uint srcId, uint dstId, uchar slot, uint streamId, bool privateCall);
     void rxStreamEnded(uint streamId, qlonglong durationMs);
@@ -114,6 +118,8 @@ private slots:
 
 private:
     qint64 now() const;
+    // "label (network)" for log lines, so that two peers on one network can be told apart.
+    QString logName() const;
     int scaled(int intervalMs) const;
     void setState(State s);
     void fail(const QString& reason);
@@ -144,11 +150,15 @@ private:
     QTimer* clockTimer;
     QTimer* jitterTimer;
     QTimer* retryTimer;
+    QTimer* countdownTimer;
 
     QByteArray salt;
     qint64 lastRxMs = 0;
     qint64 lastPingMs = 0;
     int retryDelayMs = 1000;
+    // Set while a master that stopped answering is being tried again; a refusal clears it.
+    bool reconnecting = false;
+    ReconnectBackoff backoff;
     int attempts = 0;
 
     quint32 rxStreamId = 0;

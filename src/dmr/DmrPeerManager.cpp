@@ -54,6 +54,7 @@ DmrPeerClient* DmrPeerManager::spawn(const DmrPeerClient::Profile& profile)
     const QString network = profile.networkName;
     connect(client, &DmrPeerClient::stateChanged, this, &DmrPeerManager::changed);
     connect(client, &DmrPeerClient::errorReported, this, &DmrPeerManager::changed);
+    connect(client, &DmrPeerClient::statusTextChanged, this, &DmrPeerManager::changed);
     connect(client, &DmrPeerClient::rxStreamHeard, this,
             [this, label, network](uint src, uint dst, uchar slot, uint stream, bool priv) {
                 emit callHeard(label, network, src, dst, slot, stream, priv);

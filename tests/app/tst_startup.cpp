@@ -167,7 +167,7 @@ private slots:
         const QList<int> at = linesOf(
             log, {"[shutdown] SIGINT/SIGTERM received — quitting",
                   "[shutdown] aboutToQuit — calling DmrPeerManager::stopAll()", "[shutdown] stopAll: m_peers count = 1",
-                  "[shutdown]   stop() Home", "DmrPeer Loop DISCONNECT (sending RPTCL goodbye)",
+                  "[shutdown]   stop() Home", "DmrPeer Home (Loop) DISCONNECT (sending RPTCL goodbye)",
                   "[shutdown]   delete Home", "[shutdown]   deleted Home", "[shutdown] stopAll: emit changed",
                   "[shutdown] stopAll: done", "[shutdown] AudioMixer::shutdown — releasing sink/source before QPA dies",
                   "[shutdown] aboutToQuit done", "[shutdown] app.exec() returned 0", "[shutdown] ~MainWindow begin"});
