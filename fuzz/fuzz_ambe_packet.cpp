@@ -1,5 +1,6 @@
 // Any bytes from a DV3000 stick or an AMBEserver, in two reads: framing, identity fields
-// and the frame conversion never crash, and nothing but whole packets comes out.
+// and the frame conversion never crash, and nothing but whole packets comes out; every
+// packet cut from the stream would also pass as a datagram of its own.
 #include "hw/AmbeFrame.h"
 #include "hw/AmbePacket.h"
 
@@ -17,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     QString prodId;
     QString version;
     for (const QByteArray& packet : packets) {
-        if (packet.size() < 4 || packet[0] != 0x61)
+        if (packet.size() < 4 || packet[0] != 0x61 || !zl::hw::isWholeAmbePacket(packet))
             std::abort();
         if (packet[3] == 0x00)
             zl::hw::readAmbeIdentity(packet, prodId, version);
@@ -29,6 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
     }
     if (buffer.size() >= 4 && buffer[0] != 0x61)
+        std::abort();
+    // The datagram path takes the input whole or not at all.
+    if (zl::hw::isWholeAmbePacket(all) && (all.size() > zl::hw::kMaxAmbePacket || all[0] != 0x61))
         std::abort();
     return 0;
 }

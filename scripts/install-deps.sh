@@ -4,7 +4,7 @@
 set -eu
 
 PACKAGES="
-build-essential cmake ninja-build ccache pkg-config git
+build-essential cmake ninja-build ccache pkg-config git file
 clang clang-format libclang-rt-14-dev
 qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-serialport-dev
 qt6-qpa-plugins qt6-l10n-tools
@@ -14,6 +14,7 @@ libbenchmark-dev
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps
 espeak-ng sox
 svxlink-server iaxmodem tshark
+desktop-file-utils appstream
 "
 
 missing=""

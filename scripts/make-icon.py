@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""Draws assets/zephyrlake.png: a cyan mast with radio waves on a dark rounded square."""
+"""Draws the icon: a cyan mast with radio waves on a dark rounded square, as PNG of any size.
+
+Usage: make-icon.py OUT.png [SIZE]  (the drawing is defined on a 128 px grid and sampled 4x4 per pixel)
+"""
 import math
 import struct
 import sys
@@ -36,16 +39,31 @@ def coverage(x, y):
     return 0.0
 
 
-def main(path):
+def pixel(x, y, size):
+    """RGBA of output pixel (x, y) at the given size: the mean of 4x4 samples of the drawing."""
+    n = 4
+    scale = SIZE / size
+    inside = 0
+    fg = 0.0
+    for sy in range(n):
+        for sx in range(n):
+            c = coverage((x + (sx + 0.5) / n) * scale, (y + (sy + 0.5) / n) * scale)
+            if c is not None:
+                inside += 1
+                fg += c
+    if inside == 0:
+        return bytes((0, 0, 0, 0))
+    mix = fg / inside
+    alpha = int(255 * inside / (n * n))
+    return bytes(int(BG[i] + (FG[i] - BG[i]) * mix) for i in range(3)) + bytes((alpha,))
+
+
+def main(path, size):
     rows = []
-    for y in range(SIZE):
+    for y in range(size):
         row = bytearray([0])
-        for x in range(SIZE):
-            c = coverage(x + 0.5, y + 0.5)
-            if c is None:
-                row += bytes((0, 0, 0, 0))
-            else:
-                row += bytes(int(BG[i] + (FG[i] - BG[i]) * c) for i in range(3)) + b"\xff"
+        for x in range(size):
+            row += pixel(x, y, size)
         rows.append(bytes(row))
     raw = b"".join(rows)
 
@@ -54,7 +72,7 @@ def main(path):
         return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body) & 0xFFFFFFFF)
 
     png = b"\x89PNG\r\n\x1a\n"
-    png += chunk(b"IHDR", struct.pack(">IIBBBBB", SIZE, SIZE, 8, 6, 0, 0, 0))
+    png += chunk(b"IHDR", struct.pack(">IIBBBBB", size, size, 8, 6, 0, 0, 0))
     png += chunk(b"IDAT", zlib.compress(raw, 9))
     png += chunk(b"IEND", b"")
     with open(path, "wb") as f:
@@ -62,4 +80,4 @@ def main(path):
 
 
 if __name__ == "__main__":
-    main(sys.argv[1] if len(sys.argv) > 1 else "assets/zephyrlake.png")
+    main(sys.argv[1] if len(sys.argv) > 1 else "assets/zephyrlake.png", int(sys.argv[2]) if len(sys.argv) > 2 else SIZE)

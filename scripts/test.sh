@@ -15,3 +15,7 @@ export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 ctest --test-dir build-asan --output-on-failure -j "$jobs"
 
 ./scripts/fuzz.sh 10
+
+# The .deb: built in Release, its contents and dependencies checked (and installed, in CI).
+./scripts/package.sh
+./scripts/check-package.sh
