@@ -204,6 +204,7 @@ void SvxReflectorClient::stop()
 
 void SvxReflectorClient::resolveAndConnect()
 {
+    reasonFromReflector = false;
     // An address literal has no SRV records; asking for them would only delay the connect.
     if (host.isEmpty() || !QHostAddress(host).isNull())
         return connectHostPort(host, port);
@@ -332,6 +333,7 @@ void SvxReflectorClient::handleAuthChallenge(const QByteArray& payload)
         lastError = useV3 ? QStringLiteral("certificate not signed yet — set the auth key (password) so the reflector "
                                            "can enroll this node, or have the admin sign the CSR")
                           : QStringLiteral("password challenge but no auth key set");
+        reasonFromReflector = true;
         qWarning() << "SvxReflectorClient:" << lastError;
         emit errorReported(lastError);
         return;
@@ -344,6 +346,7 @@ void SvxReflectorClient::handleAuthChallenge(const QByteArray& payload)
 void SvxReflectorClient::handleError(const QByteArray& payload)
 {
     lastError = parseError(payload);
+    reasonFromReflector = true;
     qWarning() << "SvxReflectorClient: server error:" << lastError;
     emit errorReported(lastError);
     setState(State::Failed);
@@ -445,6 +448,7 @@ void SvxReflectorClient::handleServerInfo(const QByteArray& payload)
     setNodes(QSet<QString>(info->nodes.cbegin(), info->nodes.cend()));
     if (!info->codecs.isEmpty() && !info->codecs.contains(QStringLiteral("OPUS"))) {
         lastError = QStringLiteral("reflector does not offer the Opus codec (zephyrlake only supports Opus)");
+        reasonFromReflector = true;
         qWarning() << "SvxReflectorClient:" << lastError << "— offered:" << info->codecs.join(u',');
         emit errorReported(lastError);
         return;
@@ -657,8 +661,12 @@ void SvxReflectorClient::onHeartbeatTick()
         sendUdp(udp::Heartbeat, {});
     }
     if (++ticksSinceTcpRx > kTcpTimeoutAfter) {
+        // A hung reflector: close once and let the reconnect timer take over.
         lastError = QStringLiteral("TCP heartbeat timeout");
-        onCtrlError();
+        reasonFromReflector = true;
+        qWarning() << "SvxReflectorClient:" << lastError;
+        emit errorReported(lastError);
+        ctrlSocket->abort();
         return;
     }
     if (currentState != State::Connected)
@@ -694,7 +702,8 @@ void SvxReflectorClient::onCtrlDisconnected()
 
 void SvxReflectorClient::onCtrlError()
 {
-    if (lastError.isEmpty())
+    // The socket's own words, unless the reflector said why it is closing on us.
+    if (!reasonFromReflector || lastError.isEmpty())
         lastError = ctrlSocket->errorString();
     qWarning() << "SvxReflectorClient: socket error —" << lastError;
     emit errorReported(lastError);

@@ -164,6 +164,9 @@ private:
     int udpHeartbeatSec = 15;
     State currentState = State::Disconnected;
     QString lastError;
+    // Set when lastError came from the reflector (or its silence) in this attempt: the socket
+    // error that follows, "remote host closed", must not hide it.
+    bool reasonFromReflector = false;
     OpusEncoderPtr encoder;
     OpusDecoderPtr decoder;
 };

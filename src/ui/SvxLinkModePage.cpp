@@ -222,6 +222,7 @@ void SvxLinkModePage::startClient(const QString& key)
                                     section.value(QStringLiteral("servers")).toObject().value(key).toObject(), section,
                                     QFileInfo(zl::Config::instance().path()).absolutePath());
     connect(each, &zl::svx::SvxReflectorClient::stateChanged, this, &SvxLinkModePage::updateStatuses);
+    connect(each, &zl::svx::SvxReflectorClient::errorReported, this, &SvxLinkModePage::updateStatuses);
     connect(each, &zl::svx::SvxReflectorClient::talkerStart, this,
             [this, key](uint tg, const QString& call) { onTalkerStart(key, tg, call); });
     connect(each, &zl::svx::SvxReflectorClient::talkerStop, this,
@@ -261,10 +262,16 @@ void SvxLinkModePage::updateStatuses()
 {
     for (zl::ui::SvxServerRow* row : std::as_const(rows)) {
         const zl::svx::SvxReflectorClient* each = clients.value(row->key());
-        if (each)
-            row->setStatus(QLatin1String(dotColour(each->state())), each->statusText());
-        else
+        if (!each) {
             row->setStatus(QLatin1String(kIdle), QStringLiteral("off"));
+            continue;
+        }
+        // Why the last attempt failed stays on the row until the link is up again.
+        QString text = each->statusText();
+        const QString why = each->lastErrorText();
+        if (each->state() != zl::svx::SvxReflectorClient::State::Connected && !why.isEmpty() && text != why)
+            text = QStringLiteral("%1: %2").arg(text, why);
+        row->setStatus(QLatin1String(dotColour(each->state())), text);
     }
     emit connectedChanged(isModeConnected());
 }
@@ -282,7 +289,8 @@ QString SvxLinkModePage::statusUrl(const QString& key) const
     built.setScheme(QStringLiteral("http"));
     built.setHost(zl::svx::splitReflectorKey(key).first);
     built.setPort(port);
-    built.setPath(QStringLiteral("/"));
+    // The reflector serves its node table at /status; its root answers 404.
+    built.setPath(QStringLiteral("/status"));
     return built.toString();
 }
 

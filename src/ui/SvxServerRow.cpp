@@ -1,6 +1,7 @@
 #include "ui/SvxServerRow.h"
 
 #include "app/Config.h"
+#include "app/StyleSheet.h"
 #include "ui/BaseModePage.h"
 
 #include <QCheckBox>
@@ -22,6 +23,10 @@ SvxServerRow::SvxServerRow(const QString& key, const QJsonObject& entry, QWidget
     layout->addWidget(marker);
     const QString name = entry.value(QStringLiteral("name")).toString();
     layout->addWidget(new QLabel(name.isEmpty() ? key : name), 1);
+    status = new QLabel;
+    status->setObjectName(QStringLiteral("svxRowStatus"));
+    status->setProperty("role", QStringLiteral("hint"));
+    layout->addWidget(status, 2);
     onBox = new QCheckBox(QStringLiteral("on"));
     onBox->setChecked(entry.value(QStringLiteral("enabled")).toBool());
     onBox->setToolTip(QStringLiteral("Connect this reflector automatically. Off = configured but dormant."));
@@ -56,6 +61,9 @@ void SvxServerRow::setStatus(const QString& colour, const QString& text)
 {
     dot->setStyleSheet(BaseModePage::dotStyle(colour));
     dot->setToolTip(text);
+    // Long reasons are cut on the row; the whole text is in the tool tip.
+    status->setText(status->fontMetrics().elidedText(text, Qt::ElideRight, zl::uiScale(260)));
+    status->setToolTip(text);
 }
 
 void SvxServerRow::setActive(bool on)

@@ -38,6 +38,7 @@ private:
     QString rowKey;
     QLabel* dot = nullptr;
     QLabel* marker = nullptr;
+    QLabel* status = nullptr;
     QCheckBox* onBox = nullptr;
     QSpinBox* tgSpin = nullptr;
 };

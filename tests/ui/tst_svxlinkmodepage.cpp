@@ -28,11 +28,14 @@ public:
         QObject::connect(&server, &QTcpServer::newConnection, &server, [this, body] {
             while (QTcpSocket* socket = server.nextPendingConnection()) {
                 QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, body] {
-                    socket->readAll();
+                    // As the reflector's own server: the table at /status, 404 anywhere else.
+                    const bool known = socket->readAll().startsWith("GET /status ");
                     ++requests;
-                    socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
+                    const QByteArray reply = known ? body : QByteArray();
+                    socket->write(QByteArray(known ? "HTTP/1.1 200 OK" : "HTTP/1.1 404 Not Found") +
+                                  "\r\nContent-Type: application/json\r\nConnection: close\r\n"
                                   "Content-Length: " +
-                                  QByteArray::number(body.size()) + "\r\n\r\n" + body);
+                                  QByteArray::number(reply.size()) + "\r\n\r\n" + reply);
                     socket->disconnectFromHost();
                 });
                 QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
@@ -114,6 +117,36 @@ private slots:
         page.setPttActive(false);
     }
 
+    void rowSaysWhyTheLinkFailed_data()
+    {
+        QTest::addColumn<QString>("cause");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("wrong password") << "password"
+                                        << "Access denied";
+        QTest::newRow("no auth key") << "key"
+                                     << "auth key";
+        QTest::newRow("no Opus") << "codec"
+                                 << "does not offer the Opus codec";
+    }
+
+    void rowSaysWhyTheLinkFailed()
+    {
+        QFETCH(QString, cause);
+        QFETCH(QString, text);
+        TempConfigHome home;
+        SvxReflector reflector;
+        reflector.setPassword("SM0A", cause == "password" ? "other" : "secret");
+        if (cause == "codec")
+            reflector.setCodecs({"GSM"});
+        const QString key = QStringLiteral("127.0.0.1:%1").arg(reflector.port());
+        configure(key, cause == "key" ? QJsonObject{{"auth_key", ""}} : QJsonObject{});
+        SvxLinkModePage page;
+        QLabel* status = page.findChild<QLabel*>("svxRowStatus");
+        QVERIFY(status);
+        QTRY_VERIFY2_WITH_TIMEOUT(status->toolTip().contains(text), qPrintable(status->toolTip()), kSlow);
+        QVERIFY(!status->text().isEmpty());
+    }
+
     void statusPortBuildsTheUrlOnTheReflectorHost()
     {
         TempConfigHome home;
@@ -122,8 +155,8 @@ private slots:
         LogCapture log;
         SvxLinkModePage page;
         QTRY_COMPARE(status.requests, 1);
-        QVERIFY(
-            log.lines().contains(QStringLiteral("SvxLink status: fetching http://127.0.0.1:%1/").arg(status.port())));
+        QVERIFY(log.lines().contains(
+            QStringLiteral("SvxLink status: fetching http://127.0.0.1:%1/status").arg(status.port())));
         QTRY_COMPARE(page.locationOf("127.0.0.1:1", "SM9X"), QStringLiteral("Stockholm"));
         // Without a connection the dialog falls back to the status table.
         QDialog* dialog = page.nodeListDialog();
