@@ -155,21 +155,12 @@ void SvxReflectorClient::start()
         return fail(QStringLiteral("no server"));
 
     running = true;
-    rxBuffer.clear();
     if (!nodeSet.isEmpty()) {
         nodeSet.clear();
         emit nodesUpdated({});
     }
-    tlsUp = false;
-    clientId = 0;
-    udpSeq = 0;
-    udpEncryptionStarted = false;
-    udpVerified = false;
-    firstAudioLogged = false;
-    holdLeftSec = 0;
-    currentTg = 0;
+    resetLinkState();
     idleTg = 0;
-    udpCounter = 1;
 
     if (useV3 && useClientCert && autoPki) {
         pki.setup(pkiDir, callsign);
@@ -202,9 +193,26 @@ void SvxReflectorClient::stop()
     setState(State::Disconnected);
 }
 
+// Everything that belongs to one connection. A reflector that restarted knows nothing of
+// us: the UDP path is verified again, and the talk group and monitor list are sent anew.
+void SvxReflectorClient::resetLinkState()
+{
+    rxBuffer.clear();
+    tlsUp = false;
+    clientId = 0;
+    udpSeq = 0;
+    udpEncryptionStarted = false;
+    udpVerified = false;
+    firstAudioLogged = false;
+    holdLeftSec = 0;
+    currentTg = 0;
+    udpCounter = 1;
+}
+
 void SvxReflectorClient::resolveAndConnect()
 {
     reasonFromReflector = false;
+    resetLinkState();
     // An address literal has no SRV records; asking for them would only delay the connect.
     if (host.isEmpty() || !QHostAddress(host).isNull())
         return connectHostPort(host, port);

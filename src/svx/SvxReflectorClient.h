@@ -94,6 +94,7 @@ private slots:
     void connectHostPort(const QString& targetHost, quint16 targetPort);
 
 private:
+    void resetLinkState();
     void setState(State s);
     void fail(const QString& reason);
     void sendCtrl(quint16 type, const QByteArray& payload = {});
