@@ -551,7 +551,13 @@ void SvxReflectorClient::setTalking(bool on)
     if (currentState != State::Connected)
         return;
     sendUdp(udp::FlushSamples, {});
-    if (holdLeftSec == 0 && currentTg != idleTg) {
+    if (currentTg == idleTg)
+        return;
+    // The talk group of our own transmission is held for the hang time from its end, so
+    // that an answer finds us there.
+    if (hangTimeSec > 0) {
+        holdLeftSec = hangTimeSec;
+    } else {
         currentTg = idleTg;
         sendSelectTg(currentTg);
     }
@@ -685,7 +691,8 @@ void SvxReflectorClient::onHeartbeatTick()
         ctrlSocket->abort();
         return;
     }
-    if (holdLeftSec > 0 && --holdLeftSec == 0 && currentTg != idleTg) {
+    // While we talk the hold does not run down: a long transmission keeps its talk group.
+    if (!talking && holdLeftSec > 0 && --holdLeftSec == 0 && currentTg != idleTg) {
         currentTg = idleTg;
         sendSelectTg(currentTg);
         qInfo() << "SvxReflectorClient: hang expired -> idle (TG" << currentTg;

@@ -279,7 +279,19 @@ private slots:
         QTRY_COMPARE(node->selections.size(), 6);
         QCOMPARE(node->selections.last(), 9u);
         a->selectTalkGroup(2000);
+        // However long we talk, the group is kept; its hang time runs from key-up. (The
+        // reflector's heartbeats keep the connection alive meanwhile.)
+        reflector.setHeartbeatInterval(20);
+        for (int i = 0; i < 6; ++i) {
+            tick(*a);
+            QTest::qWait(40);
+        }
         a->setTalking(false);
+        tick(*a, 2);
+        QTest::qWait(100);
+        QCOMPARE(node->selections.size(), 6);
+        QTest::ignoreMessage(QtInfoMsg, "SvxReflectorClient: hang expired -> idle (TG 0");
+        tick(*a);
         QTRY_COMPARE(node->selections.size(), 7);
         QCOMPARE(node->selections.last(), 0u);
         a->setTalking(true);
