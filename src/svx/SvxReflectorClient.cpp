@@ -23,6 +23,7 @@ namespace {
 constexpr int kTcpHeartbeatAfter = 9; // a heartbeat follows ten silent seconds
 constexpr int kTcpTimeoutAfter = 14;
 constexpr int kUdpTimeoutAfter = 59;
+constexpr qint64 kDropLogIntervalMs = 10000;
 
 } // namespace
 
@@ -30,6 +31,7 @@ SvxReflectorClient::SvxReflectorClient(QObject* parent)
     : QObject(parent), ctrlSocket(new QSslSocket(this)), udpSocket(new QUdpSocket(this)),
       heartbeatTimer(new QTimer(this)), reconnectTimer(new QTimer(this))
 {
+    dropClock.start();
     heartbeatTimer->setInterval(1000);
     reconnectTimer->setInterval(10000);
     reconnectTimer->setSingleShot(true);
@@ -623,19 +625,23 @@ void SvxReflectorClient::onUdpReadyRead()
 
 void SvxReflectorClient::handleDatagram(const QByteArray& datagram, const QHostAddress& from, quint16 fromPort)
 {
-    ticksSinceUdpRx = 0;
+    // Audio comes from the reflector's own address and port, or it is not audio for us.
+    if (fromPort != port || !from.isEqual(peerAddress, QHostAddress::TolerantConversion)) {
+        dropDatagram(QStringLiteral("from %1:%2, not the reflector").arg(from.toString()).arg(fromPort));
+        return;
+    }
     QByteArray data = datagram;
     if (useV3) {
         const std::optional<QByteArray> inner = udpCipher.open(datagram);
         if (!inner) {
-            qWarning().nospace() << "SvxReflectorClient: UDP rx from " << from.toString() << ":" << fromPort
-                                 << " bytes=" << datagram.size() << " — decrypt failed (bad tag / not for us)";
+            dropDatagram(QStringLiteral("%1 bytes, decrypt failed (bad tag / not for us)").arg(datagram.size()));
             return;
         }
         if (!udpVerified)
             qInfo() << "SvxReflectorClient: first UDP datagram decrypted (" << inner->size() << "bytes) — UDP path up";
         data = *inner;
     }
+    ticksSinceUdpRx = 0;
     if (!udpVerified) {
         udpVerified = true;
         currentTg = idleTg;
@@ -734,6 +740,24 @@ void SvxReflectorClient::onReconnectTick()
     qInfo() << "SvxReflectorClient: reconnect attempt";
     setState(State::Connecting);
     resolveAndConnect();
+}
+
+void SvxReflectorClient::dropDatagram(const QString& why)
+{
+    // A flood of junk must not flood the log: one line per ten seconds, with the count.
+    ++droppedDatagrams;
+    const qint64 nowMs = dropClock.elapsed();
+    if (lastDropLogMs >= 0 && nowMs - lastDropLogMs < kDropLogIntervalMs)
+        return;
+    qWarning().noquote() << "SvxReflectorClient: dropped" << droppedDatagrams
+                         << "bad UDP datagram(s); the last:" << why;
+    droppedDatagrams = 0;
+    lastDropLogMs = nowMs;
+}
+
+quint16 SvxReflectorClient::localUdpPort() const
+{
+    return udpSocket->localPort();
 }
 
 } // namespace zl::svx

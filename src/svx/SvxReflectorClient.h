@@ -6,6 +6,7 @@
 
 #include <QAbstractSocket>
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QList>
 #include <QObject>
@@ -63,6 +64,8 @@ public:
     QStringList nodes() const;
     QString statusText() const;
     QString lastErrorText() const { return lastError; }
+    // Where the reflector sends our audio.
+    quint16 localUdpPort() const;
     const SvxPki& pkiFiles() const { return pki; }
 
 public slots:
@@ -95,6 +98,7 @@ private slots:
 
 private:
     void resetLinkState();
+    void dropDatagram(const QString& why);
     void setState(State s);
     void fail(const QString& reason);
     void sendCtrl(quint16 type, const QByteArray& payload = {});
@@ -168,6 +172,9 @@ private:
     // Set when lastError came from the reflector (or its silence) in this attempt: the socket
     // error that follows, "remote host closed", must not hide it.
     bool reasonFromReflector = false;
+    int droppedDatagrams = 0;
+    qint64 lastDropLogMs = -1;
+    QElapsedTimer dropClock;
     OpusEncoderPtr encoder;
     OpusDecoderPtr decoder;
 };
