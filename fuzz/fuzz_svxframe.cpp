@@ -20,6 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         (void)parseNodeList(f.payload);
         (void)parseString(f.payload);
         (void)parseTalker(f.payload);
+        (void)parseProtoVerDowngrade(f.payload);
     }
     return 0;
 }

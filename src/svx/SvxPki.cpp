@@ -2,6 +2,7 @@
 
 #include "app/FileWrite.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -73,10 +74,23 @@ QString SvxPki::sanitize(const QString& text)
     return out;
 }
 
-QString SvxPki::folderFor(const QString& configDir, const QString& name, const QString& hostKey)
+QString SvxPki::folderFor(const QString& configDir, const QString& host, quint16 port)
 {
-    const QString base = name.trimmed().isEmpty() ? hostKey : name.trimmed();
-    return QDir(configDir).filePath(QStringLiteral("svx_pki/") + sanitize(base));
+    return QDir(configDir).filePath(QStringLiteral("svx_pki/") + sanitize(QStringLiteral("%1_%2").arg(host).arg(port)));
+}
+
+void SvxPki::adoptEarlierFolder(const QString& configDir, const QString& earlierName, const QString& dir)
+{
+    const QString earlier = QDir(configDir).filePath(QStringLiteral("svx_pki/") + sanitize(earlierName.trimmed()));
+    if (earlierName.trimmed().isEmpty() || QDir::cleanPath(earlier) == QDir::cleanPath(dir) || QFileInfo::exists(dir) ||
+        !QFileInfo(earlier).isDir())
+        return;
+    if (!QDir().rename(earlier, dir)) {
+        qWarning().noquote() << "SvxPki: could not move" << earlier << "to" << dir;
+        return;
+    }
+    QFile::remove(QDir(dir).filePath(QStringLiteral("ca-bundle.crt")));
+    qInfo().noquote() << "SvxPki: moved the key and certificate folder" << earlier << "to" << dir;
 }
 
 void SvxPki::setup(const QString& d, const QString& cs)

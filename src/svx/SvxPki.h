@@ -11,8 +11,13 @@ class SvxPki {
 public:
     // Characters other than letters, digits and "-" become "_".
     static QString sanitize(const QString& text);
-    // <config folder>/svx_pki/<sanitized name or host[:port]>
-    static QString folderFor(const QString& configDir, const QString& name, const QString& hostKey);
+    // <config folder>/svx_pki/<host>_<port>, sanitized: one folder per reflector, whatever
+    // its entry is called.
+    static QString folderFor(const QString& configDir, const QString& host, quint16 port);
+    // Earlier versions named the folder after the entry (or its key). Such a folder moves to
+    // dir once, without its CA bundle: a reused name may have brought another reflector's CA,
+    // and the reflector hands its own out again.
+    static void adoptEarlierFolder(const QString& configDir, const QString& earlierName, const QString& dir);
 
     void setup(const QString& dir, const QString& callsign);
     void setCertFields(const QString& email, const QString& description);

@@ -13,6 +13,7 @@
 #include <QSslSocket>
 #include <QTimer>
 #include <QUdpSocket>
+#include <QtEndian>
 
 #include <algorithm>
 
@@ -71,6 +72,7 @@ void SvxReflectorClient::setUdpHeartbeat(int seconds)
 
 void SvxReflectorClient::setProtocolV3(bool on)
 {
+    wantV3 = on;
     useV3 = on;
     useClientCert = on;
 }
@@ -151,7 +153,7 @@ void SvxReflectorClient::start()
 {
     if (callsign.isEmpty())
         return fail(QStringLiteral("no callsign"));
-    if ((!useV3 || !useClientCert) && authKey.isEmpty())
+    if (!wantV3 && authKey.isEmpty())
         return fail(QStringLiteral("no auth key"));
     if (host.isEmpty() || port == 0)
         return fail(QStringLiteral("no server"));
@@ -205,6 +207,9 @@ void SvxReflectorClient::resetLinkState()
     udpSeq = 0;
     udpEncryptionStarted = false;
     udpVerified = false;
+    replayWindow.reset();
+    useV3 = wantV3;
+    useClientCert = wantV3;
     firstAudioLogged = false;
     holdLeftSec = 0;
     currentTg = 0;
@@ -302,6 +307,8 @@ void SvxReflectorClient::dispatch(const Frame& frame)
         return;
     case msg::Error:
         return handleError(frame.payload);
+    case msg::ProtoVerDowngrade:
+        return handleProtoVerDowngrade(frame.payload);
     case msg::CaInfo:
         if (autoPki && !QFileInfo::exists(pki.caBundleFile()))
             return sendCtrl(msg::CaBundleRequest);
@@ -351,6 +358,24 @@ void SvxReflectorClient::handleAuthChallenge(const QByteArray& payload)
     sendCtrl(msg::AuthResponse, encodeAuthResponse(callsign, hmacSha1(authKey.toUtf8(), *challenge)));
     qInfo() << "SvxReflectorClient: answered auth challenge as" << callsign
             << (useV3 ? "(v3 certificate enrollment)" : "(v2 login)");
+}
+
+void SvxReflectorClient::handleProtoVerDowngrade(const QByteArray& payload)
+{
+    const std::optional<quint16> major = parseProtoVerDowngrade(payload);
+    if (!major || !useV3 || *major >= 3)
+        return;
+    if (authKey.isEmpty()) {
+        // Every new attempt would end the same way: stop until the settings change.
+        running = false;
+        ctrlSocket->abort();
+        qWarning() << "SvxReflectorClient: reflector asked for protocol" << *major << "and no auth key is set";
+        return fail(QStringLiteral("reflector speaks only protocol v2 — set an auth key"));
+    }
+    useV3 = false;
+    useClientCert = false;
+    qInfo() << "SvxReflectorClient: reflector speaks only protocol v2 — logging in again with v2 and the auth key";
+    sendCtrl(msg::ProtoVer, encodeProtoVer(2, 0));
 }
 
 void SvxReflectorClient::handleError(const QByteArray& payload)
@@ -635,6 +660,12 @@ void SvxReflectorClient::handleDatagram(const QByteArray& datagram, const QHostA
         const std::optional<QByteArray> inner = udpCipher.open(datagram);
         if (!inner) {
             dropDatagram(QStringLiteral("%1 bytes, decrypt failed (bad tag / not for us)").arg(datagram.size()));
+            return;
+        }
+        // The counter is sealed with the datagram, so only an authentic one moves the window.
+        const quint32 counter = qFromBigEndian<quint32>(datagram.constData());
+        if (!replayWindow.accept(counter)) {
+            dropDatagram(QStringLiteral("counter %1 repeated or too old").arg(counter));
             return;
         }
         if (!udpVerified)

@@ -2,6 +2,7 @@
 
 #include "svx/SvxAudio.h"
 #include "svx/SvxPki.h"
+#include "svx/SvxReplayWindow.h"
 #include "svx/SvxUdpCipher.h"
 
 #include <QAbstractSocket>
@@ -64,6 +65,7 @@ public:
     QStringList nodes() const;
     QString statusText() const;
     QString lastErrorText() const { return lastError; }
+    QString nodeCallsign() const { return callsign; }
     // Where the reflector sends our audio.
     quint16 localUdpPort() const;
     const SvxPki& pkiFiles() const { return pki; }
@@ -110,6 +112,7 @@ private:
     void handleNodeChange(quint16 type, const QByteArray& payload);
     void handleTalker(quint16 type, const QByteArray& payload);
     void handleError(const QByteArray& payload);
+    void handleProtoVerDowngrade(const QByteArray& payload);
     void handleClientCsrRequest();
     void handleClientCert(const QByteArray& payload);
     void handleCaBundle(const QByteArray& payload);
@@ -145,6 +148,7 @@ private:
     QByteArray txPcm16k;
     qint16 prevMicSample = 0;
     bool running = false;
+    bool wantV3 = false; // as configured; a v2-only reflector makes useV3 false for one connection
     bool useV3 = false;
     bool useClientCert = false;
     bool autoPki = false;
@@ -158,6 +162,7 @@ private:
     QString tlsKeyFile;
     bool tlsUp = false;
     SvxUdpCipher udpCipher;
+    SvxReplayWindow replayWindow;
     quint32 udpCounter = 1;
     bool udpEncryptionStarted = false;
     bool udpVerified = false;

@@ -74,8 +74,11 @@ void applyReflectorSettings(SvxReflectorClient& client, const QString& key, cons
 
     const bool v3 = entry.value(QStringLiteral("protocol")).toString() == QStringLiteral("v3");
     client.setProtocolV3(v3);
-    const QString name = entry.value(QStringLiteral("name")).toString();
-    client.setAutoPki(v3, SvxPki::folderFor(configDir, name, key));
+    const QString name = entry.value(QStringLiteral("name")).toString().trimmed();
+    const QString pkiDir = SvxPki::folderFor(configDir, host, port);
+    if (v3)
+        SvxPki::adoptEarlierFolder(configDir, name.isEmpty() ? key : name, pkiDir);
+    client.setAutoPki(v3, pkiDir);
     client.setCertFields(entry.value(QStringLiteral("cert_email")).toString(),
                          entry.value(QStringLiteral("cert_desc")).toString());
 }

@@ -210,6 +210,16 @@ std::optional<Talker> parseTalker(const QByteArray& payload)
     return t;
 }
 
+std::optional<quint16> parseProtoVerDowngrade(const QByteArray& payload)
+{
+    WireReader r(payload);
+    const quint16 major = r.u16();
+    r.u16(); // minor
+    if (!r.ok())
+        return std::nullopt;
+    return major;
+}
+
 QByteArray hmacSha1(const QByteArray& key, const QByteArray& data)
 {
     unsigned char digest[EVP_MAX_MD_SIZE];

@@ -14,6 +14,7 @@ namespace msg {
 enum : quint16 {
     Heartbeat = 1,
     ProtoVer = 5,
+    ProtoVerDowngrade = 6,
     AuthChallenge = 10,
     AuthResponse = 11,
     AuthOk = 12,
@@ -114,6 +115,8 @@ std::optional<QStringList> parseNodeList(const QByteArray& payload);
 // One string: NodeJoined, NodeLeft, ClientCert, CaBundle.
 std::optional<QString> parseString(const QByteArray& payload);
 std::optional<Talker> parseTalker(const QByteArray& payload);
+// The highest major version the reflector speaks.
+std::optional<quint16> parseProtoVerDowngrade(const QByteArray& payload);
 
 QByteArray hmacSha1(const QByteArray& key, const QByteArray& data);
 

@@ -328,14 +328,25 @@ void SvxLinkModePage::pollStatus()
     });
 }
 
+bool SvxLinkModePage::isOwnCallsign(const QString& key, const QString& callsign) const
+{
+    const zl::svx::SvxReflectorClient* each = clients.value(key);
+    return each && callsign.compare(each->nodeCallsign(), Qt::CaseInsensitive) == 0;
+}
+
 void SvxLinkModePage::onTalkerStart(const QString& key, uint tg, const QString& callsign)
 {
+    // The reflector announces our own transmission too; the window already has its TX row.
+    if (isOwnCallsign(key, callsign))
+        return;
     talkStarts.insert(key + QLatin1Char('\n') + callsign, QDateTime::currentDateTime());
     emit transmissionStarted(now(), callsign, locationOf(key, callsign), key, QStringLiteral("TG %1").arg(tg), false);
 }
 
 void SvxLinkModePage::onTalkerStop(const QString& key, uint tg, const QString& callsign)
 {
+    if (isOwnCallsign(key, callsign))
+        return;
     const QDateTime started = talkStarts.take(key + QLatin1Char('\n') + callsign);
     const qint64 seconds = started.isValid() ? started.secsTo(QDateTime::currentDateTime()) : 0;
     emit lastHeardLine(now(), callsign, locationOf(key, callsign), key, QStringLiteral("TG %1").arg(tg),

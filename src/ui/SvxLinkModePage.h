@@ -60,6 +60,7 @@ private:
     void setActive(const QString& key);
     void updateStatuses();
     QString statusUrl(const QString& key) const;
+    bool isOwnCallsign(const QString& key, const QString& callsign) const;
     void onTalkerStart(const QString& key, uint tg, const QString& callsign);
     void onTalkerStop(const QString& key, uint tg, const QString& callsign);
 

@@ -15,6 +15,7 @@ namespace {
 enum : quint16 {
     Heartbeat = 1,
     ProtoVer = 5,
+    ProtoVerDowngrade = 6,
     AuthChallenge = 10,
     AuthResponse = 11,
     AuthOk = 12,
@@ -260,6 +261,8 @@ void SvxReflector::handle(Node* n, const Frame& f)
         return send(n, Heartbeat);
     case ProtoVer:
         n->version = r.u16();
+        if (n->version > highestVersion)
+            return send(n, ProtoVerDowngrade, u16(highestVersion) + u16(0));
         if (n->version == 2)
             return send(n, AuthChallenge, challengeFor(n));
         if (n->version == 3)
@@ -457,15 +460,18 @@ void SvxReflector::sendUdp(Node* n, quint16 type, const QByteArray& payload)
     if (udpSilent || n->udpPort == 0)
         return;
     if (n->version == 2) {
-        udp.writeDatagram(u16(type) + u16(n->clientId) + u16(udpSeq++) + payload, n->udpAddress, n->udpPort);
+        n->sentDatagrams.append(u16(type) + u16(n->clientId) + u16(udpSeq++) + payload);
+        udp.writeDatagram(n->sentDatagrams.last(), n->udpAddress, n->udpPort);
         return;
     }
     const QByteArray counter = u32(n->txCounter++);
     QByteArray tag;
     bool ok = false;
     const QByteArray body = gcm(true, n->udpKey, n->ivRand + u16(0) + counter, counter, u16(type) + payload, tag, ok);
-    if (ok)
-        udp.writeDatagram(counter + tag + body, n->udpAddress, n->udpPort);
+    if (!ok)
+        return;
+    n->sentDatagrams.append(counter + tag + body);
+    udp.writeDatagram(n->sentDatagrams.last(), n->udpAddress, n->udpPort);
 }
 
 void SvxReflector::onHeartbeat()

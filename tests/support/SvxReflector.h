@@ -47,6 +47,7 @@ public:
         QString nodeInfo;
         quint32 txCounter = 1;
         QByteArray csr;
+        QList<QByteArray> sentDatagrams; // as they went out, sealed in version 3
     };
     struct Frame {
         quint16 type = 0;
@@ -60,6 +61,8 @@ public:
     // Node passwords by callsign; a callsign without one is refused.
     void setPassword(const QString& callsign, const QString& password) { passwords.insert(callsign, password); }
     void setCodecs(const QStringList& list) { codecs = list; }
+    // A reflector of an older release asks newer nodes to downgrade to this version.
+    void setHighestVersion(quint16 major) { highestVersion = major; }
     // The certificate the reflector presents in TLS; by default one of its own CA for 127.0.0.1.
     void setServerCertificate(const SvxTestCa::Issued& issued) { serverCert = issued; }
     SvxTestCa& ca() { return authority; }
@@ -120,6 +123,7 @@ private:
     quint16 nextClientId = 100;
     QHash<quint32, QString> talkers; // talk group -> talking node
     quint16 udpSeq = 0;
+    quint16 highestVersion = 3;
     bool tcpSilent = false;
     bool udpSilent = false;
 };

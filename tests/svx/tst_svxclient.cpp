@@ -347,15 +347,27 @@ private slots:
         SvxReflector reflector;
         reflector.setPassword("SM0A", "secret");
         auto a = makeClient(reflector, "SM0A");
+        a->setMonitorTalkGroups({91, 240});
         QSignalSpy logins(&reflector, &SvxReflector::nodeLoggedIn);
+        QSignalSpy pcm(a.get(), &SvxReflectorClient::pcmReady);
         a->start();
         QTRY_COMPARE_WITH_TIMEOUT(a->state(), State::Connected, kSlow);
         reflector.dropAll();
         QTRY_COMPARE(a->state(), State::Connecting);
         QTRY_COMPARE_WITH_TIMEOUT(logins.size(), 2, kSlow);
-        // The new login verifies the UDP path again: usable without touching anything.
+        // The new login verifies the UDP path again and tells the reflector what to send:
+        // usable both ways without touching anything.
         QTRY_COMPARE_WITH_TIMEOUT(a->state(), State::Connected, kSlow);
         QTRY_COMPARE(reflector.nodes().size(), 1);
+        SvxReflector::Node* node = reflector.node("SM0A");
+        QTRY_COMPARE(node->monitored, QList<quint32>({91, 240}));
+        reflector.sendAudio(node, opusPacket(0));
+        QTRY_COMPARE(pcm.size(), 1);
+        a->setTalking(true);
+        for (int i = 0; i < 4; ++i)
+            a->pushMicPcm(toneFrame(i));
+        QTRY_COMPARE(reflector.receivedAudio.size(), 4);
+        a->setTalking(false);
         a->stop();
         QCOMPARE(a->state(), State::Disconnected);
         QCOMPARE(a->statusText(), QStringLiteral("idle"));
@@ -415,12 +427,26 @@ private slots:
         QTRY_VERIFY(!log.linesStartingWith("SvxReflectorClient: dropped").isEmpty());
         QTest::qWait(100);
         reflector.sendAudio(node, opusPacket(0));
+        const QByteArray firstAudio = node->sentDatagrams.last();
         QTRY_COMPARE(pcm.size(), 1);
         const QStringList dropped = log.linesStartingWith("SvxReflectorClient: dropped");
         QCOMPARE(dropped.size(), 1);
         QVERIFY2(dropped.first().contains("decrypt failed"), qPrintable(dropped.first()));
         QCOMPARE(pcm.first().first().toByteArray().size(), 320);
         QCOMPARE(a->state(), State::Connected);
+
+        // Authentic datagrams replayed play nothing: a repeat inside the window of the last
+        // 64 counters, and one that has fallen out of it.
+        reflector.sendUdpRaw(node, firstAudio);
+        for (int i = 1; i <= 70; ++i)
+            reflector.sendAudio(node, opusPacket(i));
+        QTRY_COMPARE(pcm.size(), 71);
+        reflector.sendUdpRaw(node, node->sentDatagrams.last());
+        reflector.sendUdpRaw(node, firstAudio);
+        reflector.sendAudio(node, opusPacket(71));
+        QTRY_COMPARE(pcm.size(), 72);
+        QTest::qWait(50);
+        QCOMPARE(pcm.size(), 72);
     }
 
     void v3WithoutCertificateOrPassword()
@@ -438,6 +464,44 @@ private slots:
                                 "this node, or have the admin sign the CSR"));
         QVERIFY(frameTypes(reflector).contains(17)); // the request went out
         QVERIFY(!frameTypes(reflector).contains(11));
+    }
+
+    void olderReflectorAsksForVersion2_data()
+    {
+        QTest::addColumn<QString>("password");
+        QTest::addColumn<QList<QByteArray>>("versionsSent");
+        QTest::addColumn<State>("outcome");
+        QTest::addColumn<QString>("status");
+        QTest::newRow("auth key set") << "secret" << QList<QByteArray>{"00030000", "00020000"} << State::Connected
+                                      << "connected";
+        QTest::newRow("no auth key") << "" << QList<QByteArray>{"00030000"} << State::Failed
+                                     << "reflector speaks only protocol v2 — set an auth key";
+    }
+
+    void olderReflectorAsksForVersion2()
+    {
+        QFETCH(QString, password);
+        QFETCH(QList<QByteArray>, versionsSent);
+        QFETCH(State, outcome);
+        QFETCH(QString, status);
+        QTemporaryDir pkiDir;
+        SvxReflector reflector;
+        reflector.setHighestVersion(2);
+        reflector.setPassword("SM0A", "secret");
+        auto a = makeClient(reflector, "SM0A", password);
+        a->setProtocolV3(true);
+        a->setAutoPki(true, pkiDir.path());
+        a->start();
+        QTRY_COMPARE_WITH_TIMEOUT(a->state(), outcome, kSlow);
+        QCOMPARE(a->statusText(), status);
+        QList<QByteArray> versions;
+        for (const SvxReflector::Frame& f : std::as_const(reflector.receivedFrames)) {
+            if (f.type == 5)
+                versions.append(f.payload.toHex());
+        }
+        QCOMPARE(versions, versionsSent);
+        QTest::qWait(300); // longer than the reconnect delay: a refused node does not come back
+        QCOMPARE(reflector.nodes().size(), password.isEmpty() ? 0 : 1);
     }
 
     void tlsRefusesBadReflectorCertificates_data()

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -42,8 +43,33 @@ private slots:
 
         QCOMPARE(SvxPki::sanitize("svx.example.org:5300"), QStringLiteral("svx_example_org_5300"));
         QCOMPARE(SvxPki::sanitize("Ålö-1 ß"), QStringLiteral("Ålö-1_ß"));
-        QCOMPARE(SvxPki::folderFor("/cfg", "", "host:5300"), QStringLiteral("/cfg/svx_pki/host_5300"));
-        QCOMPARE(SvxPki::folderFor("/cfg", "My Net", "host:5300"), QStringLiteral("/cfg/svx_pki/My_Net"));
+        QCOMPARE(SvxPki::folderFor("/cfg", "svx.example.org", 5300),
+                 QStringLiteral("/cfg/svx_pki/svx_example_org_5300"));
+    }
+
+    void earlierFolderNamedAfterTheEntryMovesOnce()
+    {
+        QTemporaryDir tmp;
+        const QString earlier = tmp.filePath("svx_pki/My_Net");
+        QVERIFY(QDir().mkpath(earlier));
+        for (const char* name : {"SM0A.key", "SM0A.crt", "ca-bundle.crt"}) {
+            QFile f(QDir(earlier).filePath(name));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(name);
+        }
+        const QString dir = SvxPki::folderFor(tmp.path(), "host", 5300);
+        SvxPki::adoptEarlierFolder(tmp.path(), "My Net", dir);
+        QVERIFY(!QFileInfo::exists(earlier));
+        QCOMPARE(readAll(QDir(dir).filePath("SM0A.key")), QByteArray("SM0A.key"));
+        QCOMPARE(readAll(QDir(dir).filePath("SM0A.crt")), QByteArray("SM0A.crt"));
+        // The CA came from whichever reflector the name meant then: it is fetched again.
+        QVERIFY(!QFileInfo::exists(QDir(dir).filePath("ca-bundle.crt")));
+
+        // Once the reflector has its folder, another entry of that old name leaves it alone.
+        QVERIFY(QDir().mkpath(earlier));
+        SvxPki::adoptEarlierFolder(tmp.path(), "My Net", dir);
+        QVERIFY(QFileInfo(earlier).isDir());
+        QVERIFY(QFileInfo::exists(QDir(dir).filePath("SM0A.key")));
     }
 
     void requestContentsAndKeyReuse()

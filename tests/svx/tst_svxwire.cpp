@@ -2,6 +2,7 @@
 // login, SRV ordering, AES-128-GCM sealing and the 8/16 kHz conversions with Opus.
 #include "svx/SvxAudio.h"
 #include "svx/SvxReflectorConfig.h"
+#include "svx/SvxReplayWindow.h"
 #include "svx/SvxSrv.h"
 #include "svx/SvxUdpCipher.h"
 #include "svx/SvxWire.h"
@@ -40,6 +41,28 @@ class TestSvxWire : public QObject {
     Q_OBJECT
 
 private slots:
+    // Sliding anti-replay window of 64 counters, as in IPsec: late ones inside the window
+    // pass once, repeats and ones older than the window never.
+    void replayWindow_data()
+    {
+        QTest::addColumn<QList<quint32>>("counters");
+        QTest::addColumn<QString>("accepted");
+        QTest::newRow("in order, then a repeat") << QList<quint32>{1, 2, 3, 3} << "1110";
+        QTest::newRow("late inside the window") << QList<quint32>{10, 5, 5, 9} << "1101";
+        QTest::newRow("edge of the window") << QList<quint32>{100, 37, 36} << "110";
+        QTest::newRow("jump past the window") << QList<quint32>{1, 200, 137, 136, 1} << "11100";
+        QTest::newRow("counter zero first") << QList<quint32>{0, 0, 1} << "101";
+    }
+    void replayWindow()
+    {
+        QFETCH(QList<quint32>, counters);
+        zl::svx::SvxReplayWindow window;
+        QString got;
+        for (quint32 c : counters)
+            got += window.accept(c) ? u'1' : u'0';
+        QTEST(got, "accepted");
+    }
+
     void framesSplitJoinedAndStalled()
     {
         // Type 104, payload: tg 9, callsign "AB".

@@ -98,6 +98,13 @@ private slots:
         QTRY_COMPARE(heard.size(), 1);
         QCOMPARE(heard.first().mid(1), QVariantList({"SM9X", "Stockholm", key, "TG 9", "0s", "", ""}));
         QCOMPARE(ended.first().at(0).toString(), QStringLiteral("SM9X"));
+        // Our own transmission, as the reflector announces it, has its row from the window already.
+        reflector.broadcast(104, SvxReflector::u32(9) + SvxReflector::str("sm0a"));
+        reflector.broadcast(105, SvxReflector::u32(9) + SvxReflector::str("SM0A"));
+        reflector.broadcast(104, SvxReflector::u32(9) + SvxReflector::str("DL1B"));
+        QTRY_COMPARE(started.size(), 2);
+        QCOMPARE(started.last().at(1).toString(), QStringLiteral("DL1B"));
+        QCOMPARE(heard.size(), 1);
         QCOMPARE(page.locationOf(key, "DL1B"), QStringLiteral("Berlin"));
 
         // The node list shows the reflector's own table while connected.
@@ -127,6 +134,10 @@ private slots:
                                      << "auth key";
         QTest::newRow("no Opus") << "codec"
                                  << "does not offer the Opus codec";
+        QTest::newRow("v3 entry, v2 reflector") << "v2only"
+                                                << "reflector speaks only protocol v2 — set an auth key";
+        QTest::newRow("v3, not enrolled") << "v3"
+                                          << "certificate not signed yet";
     }
 
     void rowSaysWhyTheLinkFailed()
@@ -138,8 +149,15 @@ private slots:
         reflector.setPassword("SM0A", cause == "password" ? "other" : "secret");
         if (cause == "codec")
             reflector.setCodecs({"GSM"});
+        if (cause == "v2only")
+            reflector.setHighestVersion(2);
         const QString key = QStringLiteral("127.0.0.1:%1").arg(reflector.port());
-        configure(key, cause == "key" ? QJsonObject{{"auth_key", ""}} : QJsonObject{});
+        QJsonObject entry;
+        if (cause == "key" || cause.startsWith(u'v'))
+            entry.insert("auth_key", "");
+        if (cause.startsWith(u'v'))
+            entry.insert("protocol", "v3");
+        configure(key, entry);
         SvxLinkModePage page;
         QLabel* status = page.findChild<QLabel*>("svxRowStatus");
         QVERIFY(status);
