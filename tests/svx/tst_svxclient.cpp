@@ -280,17 +280,24 @@ private slots:
         a->setTalking(true);
         QTRY_COMPARE(node->selections.size(), 6);
         QCOMPARE(node->selections.last(), 9u);
-        a->selectTalkGroup(2000);
-        // However long we talk, the group is kept; its hang time runs from key-up. (The
-        // reflector's heartbeats keep the connection alive meanwhile.)
-        reflector.setHeartbeatInterval(20);
-        for (int i = 0; i < 6; ++i) {
-            tick(*a);
-            QTest::qWait(40);
-        }
+        // However long we talk, the group is kept; its hang time runs from key-up. Keying
+        // again inside the hold (same group, nothing re-selected) must not let it run down
+        // either. (The reflector's heartbeats keep the connection alive meanwhile.)
+        reflector.setHeartbeatInterval(10);
+        a->setHangTime(30);
+        auto seconds = [&](int n) {
+            for (int i = 0; i < n; ++i) {
+                tick(*a);
+                QTest::qWait(15);
+            }
+        };
         a->setTalking(false);
-        tick(*a, 2);
-        QTest::qWait(100);
+        seconds(5);
+        a->setTalking(true);
+        a->selectTalkGroup(2000);
+        seconds(45);
+        a->setTalking(false);
+        seconds(29);
         QCOMPARE(node->selections.size(), 6);
         QTest::ignoreMessage(QtInfoMsg, "SvxReflectorClient: hang expired -> idle (TG 0");
         tick(*a);
