@@ -1,7 +1,6 @@
 #include "DmrPeerClient.h"
 
 #include "audio/AudioMixer.h"
-#include "dmr/DMRLC.h"
 #include "dmr/DmrVoiceDecoder.h"
 #include "dmr/DmrdFrame.h"
 #include "hw/Dv3000Pool.h"
@@ -17,7 +16,6 @@
 #include <cstdio>
 
 #include <netinet/in.h>
-#include <sys/socket.h>
 
 namespace zl::dmr {
 
@@ -104,8 +102,7 @@ DmrPeerClient::DmrPeerClient(QObject* parent)
 DmrPeerClient::~DmrPeerClient()
 {
     stop();
-    // The decoder gives its chip back on its own thread before it goes.
-    QMetaObject::invokeMethod(decoder, &DmrVoiceDecoder::endStream, Qt::BlockingQueuedConnection);
+    // The decoder gives its chip back on its own thread as it goes; nothing here waits for it.
     decoder->deleteLater();
 }
 
@@ -157,9 +154,13 @@ void DmrPeerClient::setState(State s)
     if (s == currentState)
         return;
     currentState = s;
-    // The chip is set to rate 33 ahead of the first call.
-    if (s == Running)
+    // Voice goes out only while logged in. The chip is set to rate 33 ahead of the first call.
+    if (s == Running) {
+        voice->open(int(socket->socketDescriptor()), masterSockAddr, profile.peerId, profile.colorCode);
         zl::hw::Dv3000Pool::instance()->prewarm(33);
+    } else {
+        voice->close();
+    }
     emit stateChanged(s);
 }
 
@@ -174,7 +175,7 @@ void DmrPeerClient::fail(const QString& reason)
 void DmrPeerClient::giveUp(const QString& reason)
 {
     error = reason;
-    descriptor = -1;
+    voice->close();
     if (socket->state() != QAbstractSocket::UnconnectedState)
         socket->abort();
     clockTimer->stop();
@@ -220,11 +221,11 @@ void DmrPeerClient::onLookupResolved()
         return;
     }
     // The voice path writes from the vocoder thread straight to the kernel, bypassing the event loop.
+    voice->close();
     masterSockAddr = {};
     masterSockAddr.sin_family = AF_INET;
     masterSockAddr.sin_port = htons(profile.port);
     masterSockAddr.sin_addr.s_addr = htonl(masterAddress.toIPv4Address());
-    descriptor = int(socket->socketDescriptor());
     qInfo().noquote() << "DmrPeer" << logName() << "resolved" << profile.host << "->" << masterAddress.toString()
                       << "peerId" << profile.peerId;
     lastPingMs = 0;
@@ -236,6 +237,7 @@ void DmrPeerClient::onLookupResolved()
 
 void DmrPeerClient::stop()
 {
+    voice->close();
     if (currentState == Running) {
         qInfo().noquote() << "DmrPeer" << logName() << "DISCONNECT (sending RPTCL goodbye)";
         sendControl(withPeerId("RPTCL"));
@@ -247,7 +249,6 @@ void DmrPeerClient::stop()
     backoff.reset();
     if (socket->state() != QAbstractSocket::UnconnectedState)
         socket->abort();
-    descriptor = -1;
     setState(Idle);
 }
 
@@ -506,38 +507,6 @@ void DmrPeerClient::deliver(const QByteArray& dmrd)
 {
     emit voiceFrameForDecode(dmrd);
     emit dmrFrameReceived(dmrd);
-}
-
-bool DmrPeerClient::sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
-                                    bool privateCall)
-{
-    const QByteArray burst = buildLcBurst(srcId, dstId, profile.colorCode, DataType::VoiceLcHeader, privateCall);
-    return sendVoice({seq, srcId, dstId, profile.peerId, voiceHeaderFlags(slot, privateCall), streamId}, burst);
-}
-
-bool DmrPeerClient::sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
-                                   const QByteArray& payload33, bool privateCall)
-{
-    return sendVoice({seq, srcId, dstId, profile.peerId, voiceBurstFlags(slot, privateCall, voiceSeq), streamId},
-                     payload33);
-}
-
-bool DmrPeerClient::sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
-                                        bool privateCall)
-{
-    const QByteArray burst = buildLcBurst(srcId, dstId, profile.colorCode, DataType::TerminatorWithLc, privateCall);
-    return sendVoice({seq, srcId, dstId, profile.peerId, voiceTerminatorFlags(slot, privateCall), streamId}, burst);
-}
-
-bool DmrPeerClient::sendVoice(const DmrdHeader& header, const QByteArray& burst33)
-{
-    const int fd = descriptor;
-    if (currentState != Running || fd < 0)
-        return false;
-    const QByteArray frame = buildDmrd(header, burst33);
-    const ssize_t n = ::sendto(fd, frame.constData(), size_t(frame.size()), 0,
-                               reinterpret_cast<const sockaddr*>(&masterSockAddr), sizeof masterSockAddr);
-    return n == frame.size();
 }
 
 QString DmrPeerClient::logName() const

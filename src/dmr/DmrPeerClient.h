@@ -1,5 +1,6 @@
 #pragma once
 
+#include "dmr/DmrVoiceLink.h"
 #include "dmr/JitterBuffer.h"
 
 #include <netinet/in.h>
@@ -13,12 +14,11 @@
 #include <QTimer>
 #include <QUdpSocket>
 
-#include <atomic>
 #include <functional>
+#include <memory>
 
 namespace zl::dmr {
 
-struct DmrdHeader;
 class DmrVoiceDecoder;
 
 // One connection to one DMR master over the Homebrew (MMDVM) UDP protocol: login, keep-alive,
@@ -76,13 +76,8 @@ public:
     QString stateText() const;
     QString lastError() const { return error; }
 
-    // Voice out, called by the encoder on the vocoder thread: each builds one DMRD frame and
-    // writes it with sendto. Dropped (false) unless the peer is Running. slot is 1 or 2; seq counts
-    // the frames of the stream, voiceSeq the bursts A (0) to F (5) of a superframe.
-    bool sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
-    bool sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
-                        const QByteArray& payload33, bool privateCall);
-    bool sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
+    // Where a transmission's frames go: open while Running, closed otherwise.
+    std::shared_ptr<DmrVoiceLink> voiceLink() const { return voice; }
 
     // One received datagram, as the socket delivers it.
     void handleDatagram(const QByteArray& datagram);
@@ -135,18 +130,15 @@ private:
     void onVoiceFrame(const QByteArray& dmrd);
     void deliver(const QByteArray& dmrd);
     void updateJitterTimer();
-    bool sendVoice(const DmrdHeader& header, const QByteArray& burst33);
 
     Profile pendingProfile;
     Profile profile;
-    // State and descriptor are read by the voice path on the vocoder thread.
-    std::atomic<State> currentState{Idle};
+    State currentState = Idle;
     QString error;
 
     QUdpSocket* socket;
     QHostAddress masterAddress;
     sockaddr_in masterSockAddr{};
-    std::atomic<int> descriptor{-1};
     QTimer* clockTimer;
     QTimer* jitterTimer;
     QTimer* retryTimer;
@@ -172,6 +164,7 @@ private:
     // Lives on the vocoder pool's worker thread, reached by queued signals only.
     DmrVoiceDecoder* decoder;
     PcmSink pcmSink;
+    std::shared_ptr<DmrVoiceLink> voice = std::make_shared<DmrVoiceLink>();
 };
 
 } // namespace zl::dmr

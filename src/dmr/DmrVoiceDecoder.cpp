@@ -5,10 +5,8 @@
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
-#include <QElapsedTimer>
 #include <QTimer>
 
 #include <utility>
@@ -21,7 +19,6 @@ constexpr int kMinFrameSize = 47;
 constexpr int kIdleCheckMs = 250;
 constexpr int kIdleEndMs = 1000;
 constexpr int kDrainMs = 150;
-constexpr int kDrainSliceMs = 20;
 constexpr int kAmbeRate = 33;
 
 qint64 nowMs()
@@ -36,8 +33,13 @@ QString hex(quint32 id)
 
 } // namespace
 
-DmrVoiceDecoder::DmrVoiceDecoder(QObject* parent) : QObject(parent), idleTimer(new QTimer(this))
+DmrVoiceDecoder::DmrVoiceDecoder(QObject* parent)
+    : QObject(parent), idleTimer(new QTimer(this)), drainTimer(new QTimer(this))
 {
+    drainTimer->setSingleShot(true);
+    drainTimer->setTimerType(Qt::PreciseTimer);
+    drainTimer->setInterval(kDrainMs);
+    connect(drainTimer, &QTimer::timeout, this, &DmrVoiceDecoder::finishDrain);
     idleTimer->setInterval(kIdleCheckMs);
     connect(idleTimer, &QTimer::timeout, this, &DmrVoiceDecoder::onIdleCheck);
 }
@@ -67,6 +69,10 @@ void DmrVoiceDecoder::onDmrFrame(const QByteArray& dmrd)
         return;
     if (header->streamId != streamId) {
         endStream();
+        if (draining) {
+            heldFrames.append(dmrd);
+            return;
+        }
         startStream(header->streamId);
     }
     lastFrameMs = nowMs();
@@ -108,6 +114,19 @@ void DmrVoiceDecoder::startStream(quint32 id)
 void DmrVoiceDecoder::onChipPcmFrame(const QByteArray& pcm)
 {
     emit pcmReady(pcm);
+    if (draining && chip->framesInFlight() == 0)
+        finishDrain();
+}
+
+void DmrVoiceDecoder::finishDrain()
+{
+    drainTimer->stop();
+    draining = false;
+    if (chip->framesInFlight() > 0)
+        qWarning().noquote() << "DmrVoiceDecoder::endStream: drain timeout —" << chip->framesInFlight()
+                             << "PCM frames untouched";
+    releaseChip();
+    replayHeldFrames();
 }
 
 void DmrVoiceDecoder::onIdleCheck()
@@ -142,26 +161,24 @@ void DmrVoiceDecoder::endStream()
         return;
     }
     // Let the chip's last answers out, so that the tail of a transmission is not cut; bounded,
-    // since a longer wait would delay the first burst of the next stream.
+    // since a longer wait would delay the first burst of the next stream. Frames that arrive
+    // meanwhile wait for the end of the drain.
     if (chip->framesInFlight() > 0) {
         draining = true;
-        QElapsedTimer waited;
-        waited.start();
-        while (chip->framesInFlight() > 0 && waited.elapsed() < kDrainMs)
-            QCoreApplication::processEvents(QEventLoop::ProcessEventsFlags(0), kDrainSliceMs);
-        draining = false;
-        if (chip->framesInFlight() > 0)
-            qWarning().noquote() << "DmrVoiceDecoder::endStream: drain timeout —" << chip->framesInFlight()
-                                 << "PCM frames untouched";
+        drainTimer->start();
+        return;
     }
+    releaseChip();
+}
+
+void DmrVoiceDecoder::releaseChip()
+{
     disconnect(chip, &zl::hw::Dv3000::pcmFrameReady, this, &DmrVoiceDecoder::onChipPcmFrame);
     zl::hw::Dv3000Pool::instance()->release(chip);
     chip = nullptr;
     streamId = 0;
     lastFrameMs = 0;
     idleTimer->stop();
-    if (!heldFrames.isEmpty())
-        QMetaObject::invokeMethod(this, &DmrVoiceDecoder::replayHeldFrames, Qt::QueuedConnection);
 }
 
 } // namespace zl::dmr

@@ -36,16 +36,19 @@ signals:
 private slots:
     void onIdleCheck();
     void onChipPcmFrame(const QByteArray& pcm);
+    void finishDrain();
 
 private:
     void startStream(quint32 id);
     void replayHeldFrames();
+    void releaseChip();
 
     quint32 streamId = 0;
     qint64 lastFrameMs = 0;
     quint32 burstCount = 0;
     zl::hw::Dv3000* chip = nullptr;
     QTimer* idleTimer;
+    QTimer* drainTimer;
     // Frames that arrive while endStream waits for the chip are played after it, in order.
     bool draining = false;
     QList<QByteArray> heldFrames;

@@ -39,8 +39,8 @@ qint64 nowMs()
 } // namespace
 
 DmrVoiceEncoder::DmrVoiceEncoder(DmrPeerClient* peerClient, QObject* parent)
-    : QObject(parent), client(peerClient), paceTimer(new QTimer(this)), burstTimer(new QTimer(this)),
-      headStartTimer(new QTimer(this))
+    : QObject(parent), link(peerClient ? peerClient->voiceLink() : nullptr), paceTimer(new QTimer(this)),
+      burstTimer(new QTimer(this)), headStartTimer(new QTimer(this))
 {
     paceTimer->setInterval(kPaceMs);
     paceTimer->setTimerType(Qt::PreciseTimer);
@@ -93,8 +93,8 @@ void DmrVoiceEncoder::startStream(quint8 callSlot, quint32 src, quint32 dst, boo
     connect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame, Qt::DirectConnection);
     qInfo().noquote() << "DMR-TX startStream slot=" << slot << "src=" << srcId << "dst=" << dstId
                       << "streamId=" << QString::number(streamId, 16);
-    if (client) {
-        client->sendVoiceHeader(slot, srcId, dstId, streamId, frameSeq, privateCall);
+    if (link) {
+        link->sendVoiceHeader(slot, srcId, dstId, streamId, frameSeq, privateCall);
         ++frameSeq;
     }
     active = true;
@@ -173,7 +173,7 @@ void DmrVoiceEncoder::buildBurst()
 
 void DmrVoiceEncoder::burstSendTick()
 {
-    if (!active || !client)
+    if (!active || !link)
         return;
     if (bursts.isEmpty()) {
         // A gap, heard as a click.
@@ -182,7 +182,7 @@ void DmrVoiceEncoder::burstSendTick()
     }
     ++burstSent;
     const Burst burst = bursts.takeFirst();
-    client->sendVoiceBurst(slot, srcId, dstId, streamId, frameSeq, burst.voiceSeq, burst.payload, privateCall);
+    link->sendVoiceBurst(slot, srcId, dstId, streamId, frameSeq, burst.voiceSeq, burst.payload, privateCall);
     ++frameSeq;
 }
 
@@ -207,8 +207,8 @@ void DmrVoiceEncoder::stopStream()
     burstTimer->stop();
     headStartTimer->stop();
     // Bursts still queued are not sent: the terminator goes right away.
-    if (client) {
-        client->sendVoiceTerminator(slot, srcId, dstId, streamId, frameSeq, privateCall);
+    if (link) {
+        link->sendVoiceTerminator(slot, srcId, dstId, streamId, frameSeq, privateCall);
         ++frameSeq;
     }
     disconnect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame);

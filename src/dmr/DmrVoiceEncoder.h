@@ -4,6 +4,8 @@
 #include <QList>
 #include <QObject>
 
+#include <memory>
+
 class QTimer;
 
 namespace zl::hw {
@@ -13,6 +15,7 @@ class Dv3000;
 namespace zl::dmr {
 
 class DmrPeerClient;
+class DmrVoiceLink;
 
 // One transmission: microphone PCM to DMRD frames sent through one peer client. Lives on the
 // vocoder pool's worker thread. Three clocks meet here, the microphone's, the chip's and the
@@ -53,7 +56,8 @@ private:
 
     void buildBurst();
 
-    DmrPeerClient* client;
+    // The peer's voice path, not the peer: the peer may go while we still send.
+    std::shared_ptr<DmrVoiceLink> link;
     zl::hw::Dv3000* chip = nullptr;
     QTimer* paceTimer;
     QTimer* burstTimer;

@@ -45,14 +45,20 @@ Dv3000Pool::Dv3000Pool(QObject* parent) : QObject(parent), worker(new QThread), 
 Dv3000Pool::~Dv3000Pool()
 {
     // The chips go with the worker's last deferred deletions; closing them is not awaited.
-    for (Dv3000* chip : std::as_const(chips))
+    for (const Chip& chip : std::as_const(chips))
+        chip.device->deleteLater();
+    for (Dv3000* chip : std::as_const(retiring))
         chip->deleteLater();
-    worker->quit();
-    worker->wait(2000);
-    delete worker;
     chips.clear();
-    leases.clear();
-    requested.clear();
+    retiring.clear();
+    worker->quit();
+    // Deleting a thread that still runs would abort the program: one stuck in a chip's
+    // blocking call is left to the end of the process instead.
+    if (!worker->wait(5000)) {
+        qWarning() << "Dv3000Pool: the dv3000-worker thread did not stop within 5 s";
+        return;
+    }
+    delete worker;
 }
 
 void Dv3000Pool::setPortLister(std::function<QStringList()> lister)
@@ -60,20 +66,25 @@ void Dv3000Pool::setPortLister(std::function<QStringList()> lister)
     portLister = std::move(lister);
 }
 
-Dv3000Pool::Kind Dv3000Pool::kind(const Dv3000* chip)
+Dv3000Pool::Chip* Dv3000Pool::find(const Dv3000* chip)
 {
-    if (chip->isInproc())
-        return Software;
-    return chip->isUdp() ? RemoteUdp : LocalSerial;
+    for (Chip& each : chips) {
+        if (each.device == chip)
+            return &each;
+    }
+    return nullptr;
 }
 
-QString Dv3000Pool::location(Dv3000* chip) const
+const Dv3000Pool::Chip* Dv3000Pool::find(const Dv3000* chip) const
 {
-    const QString port = chip->currentPort();
-    if (!port.isEmpty())
-        return port;
-    const QString target = chip->targetLocation();
-    return target.isEmpty() ? requested.value(chip) : target;
+    return const_cast<Dv3000Pool*>(this)->find(chip);
+}
+
+QString Dv3000Pool::locationOf(const Dv3000* chip) const
+{
+    QMutexLocker lock(&mutex);
+    const Chip* each = find(chip);
+    return each ? each->location : QString();
 }
 
 Dv3000* Dv3000Pool::acquire(int rate)
@@ -82,9 +93,10 @@ Dv3000* Dv3000Pool::acquire(int rate)
     {
         QMutexLocker lock(&mutex);
         for (int k = LocalSerial; k <= Software && !winner; ++k) {
-            for (Dv3000* chip : std::as_const(chips)) {
-                if (kind(chip) == k && chip->isOpen() && !chip->productId().isEmpty() && !leases.value(chip)) {
-                    winner = chip;
+            for (Chip& chip : chips) {
+                if (chip.kind == k && chip.ready && !chip.broken && !chip.leased) {
+                    chip.leased = true;
+                    winner = chip.device;
                     break;
                 }
             }
@@ -92,17 +104,24 @@ Dv3000* Dv3000Pool::acquire(int rate)
     }
     if (!winner)
         return nullptr;
-    bool ok = false;
-    if (QThread::currentThread() == winner->thread())
-        ok = winner->setRate(rate);
-    else
+    // On the worker the rate is set at once; from elsewhere it is queued, and so runs before
+    // any frame the caller posts after this. A chip already at the rate sends nothing. One
+    // that refuses the rate is of no use to anybody: it is reported and not lent again.
+    const QString refusal = QStringLiteral("rate %1 refused").arg(rate);
+    if (QThread::currentThread() == winner->thread()) {
+        if (!winner->setRate(rate)) {
+            markBroken(winner, refusal);
+            release(winner);
+            return nullptr;
+        }
+    } else {
         QMetaObject::invokeMethod(
-            winner, [winner, rate] { return winner->setRate(rate); }, Qt::BlockingQueuedConnection, &ok);
-    if (!ok)
-        return nullptr;
-    {
-        QMutexLocker lock(&mutex);
-        leases.insert(winner, true);
+            winner,
+            [this, winner, rate, refusal] {
+                if (!winner->setRate(rate))
+                    QMetaObject::invokeMethod(this, [this, winner, refusal] { markBroken(winner, refusal); });
+            },
+            Qt::QueuedConnection);
     }
     emit changed();
     return winner;
@@ -114,10 +133,14 @@ void Dv3000Pool::release(Dv3000* chip)
         return;
     {
         QMutexLocker lock(&mutex);
-        auto it = leases.find(chip);
-        if (it == leases.end() || !it.value())
-            return;
-        it.value() = false;
+        if (retiring.removeOne(chip)) {
+            chip->deleteLater();
+        } else {
+            Chip* each = find(chip);
+            if (!each || !each->leased)
+                return;
+            each->leased = false;
+        }
     }
     emit changed();
 }
@@ -125,11 +148,12 @@ void Dv3000Pool::release(Dv3000* chip)
 void Dv3000Pool::prewarm(int rate)
 {
     QMutexLocker lock(&mutex);
-    for (Dv3000* chip : std::as_const(chips)) {
-        if (chip->isOpen() && !chip->productId().isEmpty()) {
-            qInfo().noquote() << "Dv3000Pool::prewarm: pre-caching rate" << rate << "on" << chip->currentPort();
+    for (const Chip& chip : std::as_const(chips)) {
+        if (chip.ready && !chip.broken) {
+            qInfo().noquote() << "Dv3000Pool::prewarm: pre-caching rate" << rate << "on" << chip.location;
+            Dv3000* device = chip.device;
             QMetaObject::invokeMethod(
-                chip, [chip, rate] { chip->setRate(rate); }, Qt::QueuedConnection);
+                device, [device, rate] { device->setRate(rate); }, Qt::QueuedConnection);
             return;
         }
     }
@@ -140,8 +164,8 @@ int Dv3000Pool::readyCount() const
 {
     QMutexLocker lock(&mutex);
     int n = 0;
-    for (const Dv3000* chip : chips) {
-        if (chip->isOpen() && !chip->productId().isEmpty())
+    for (const Chip& chip : chips) {
+        if (chip.ready && !chip.broken)
             ++n;
     }
     return n;
@@ -156,32 +180,53 @@ int Dv3000Pool::chipCount() const
 int Dv3000Pool::leasedCount() const
 {
     QMutexLocker lock(&mutex);
-    int n = 0;
-    for (bool leased : leases) {
-        if (leased)
+    int n = int(retiring.size());
+    for (const Chip& chip : chips) {
+        if (chip.leased)
             ++n;
     }
     return n;
 }
 
-Dv3000* Dv3000Pool::addChip(const QString& where, const QString& failureWords)
+Dv3000* Dv3000Pool::addChip(const QString& where, Kind kind, const QString& failureWords)
 {
     auto* chip = new Dv3000;
     chip->setProbeInterval(probeIntervalMs);
-    chips.append(chip);
-    leases.insert(chip, false);
-    requested.insert(chip, where);
+    chips.append({chip, where, kind});
     chip->moveToThread(worker);
-    connect(chip, &Dv3000::detected, this, [this, chip] {
-        emit chipDetected(chip);
+    connect(chip, &Dv3000::detected, this, [this, chip](const QString& productId, const QString& version) {
+        QString where;
+        {
+            QMutexLocker lock(&mutex);
+            Chip* each = find(chip);
+            if (!each)
+                return;
+            each->ready = true;
+            each->broken = false;
+            where = each->location;
+        }
+        emit chipDetected(chip, productId, version, where);
         emit changed();
     });
     connect(chip, &Dv3000::failed, this, [this, chip, failureWords](const QString& reason) {
         qInfo().noquote() << failureWords << reason;
-        emit chipFailed(chip, reason);
-        emit changed();
+        markBroken(chip, reason);
     });
     return chip;
+}
+
+void Dv3000Pool::markBroken(Dv3000* chip, const QString& reason)
+{
+    {
+        QMutexLocker lock(&mutex);
+        Chip* each = find(chip);
+        if (!each)
+            return;
+        each->ready = false;
+        each->broken = true;
+    }
+    emit chipFailed(chip, reason);
+    emit changed();
 }
 
 void Dv3000Pool::rescan()
@@ -216,33 +261,31 @@ void Dv3000Pool::rescan()
 
     bool touched = false;
     for (int i = int(chips.size()) - 1; i >= 0; --i) {
-        Dv3000* chip = chips.at(i);
-        const QString loc = location(chip);
+        const Chip& chip = chips.at(i);
         bool stale = false;
-        if (!loc.isEmpty()) {
-            if (loc.startsWith(QLatin1String("udp://"), Qt::CaseInsensitive))
-                stale = !wantedRemote.contains(loc);
-            else if (loc.startsWith(QLatin1String("sw://"), Qt::CaseInsensitive))
-                stale = !softwareEnabled;
+        if (chip.kind == RemoteUdp)
+            stale = !wantedRemote.contains(chip.location);
+        else if (chip.kind == Software)
+            stale = !softwareEnabled;
+        else
+            stale = !wantedPorts.contains(chip.location);
+        if (stale || chip.broken) {
+            if (chip.leased)
+                retiring.append(chip.device);
             else
-                stale = !wantedPorts.contains(loc);
-        }
-        if (stale || !chip->errorText().isEmpty()) {
-            leases.remove(chip);
-            requested.remove(chip);
+                chip.device->deleteLater();
             chips.removeAt(i);
-            chip->deleteLater();
             touched = true;
         }
     }
 
     QSet<QString> present;
-    for (Dv3000* chip : std::as_const(chips))
-        present.insert(location(chip));
+    for (const Chip& chip : std::as_const(chips))
+        present.insert(chip.location);
     for (const QString& port : std::as_const(wantedPorts)) {
         if (present.contains(port))
             continue;
-        Dv3000* chip = addChip(port, QStringLiteral("Dv3000Pool: chip on %1 failed:").arg(port));
+        Dv3000* chip = addChip(port, LocalSerial, QStringLiteral("Dv3000Pool: chip on %1 failed:").arg(port));
         QMetaObject::invokeMethod(
             chip, [chip, port] { chip->openPort(port); }, Qt::QueuedConnection);
         touched = true;
@@ -252,13 +295,15 @@ void Dv3000Pool::rescan()
         if (present.contains(target))
             continue;
         present.insert(target);
-        Dv3000* chip = addChip(target, QStringLiteral("Dv3000Pool: remote AMBEserver %1 failed:").arg(target));
+        Dv3000* chip =
+            addChip(target, RemoteUdp, QStringLiteral("Dv3000Pool: remote AMBEserver %1 failed:").arg(target));
         QMetaObject::invokeMethod(
             chip, [chip, server] { chip->openUdp(server.host, server.port); }, Qt::QueuedConnection);
         touched = true;
     }
     if (softwareEnabled && !present.contains(softwareLocation)) {
-        Dv3000* chip = addChip(softwareLocation, QStringLiteral("Dv3000Pool: md380 software vocoder failed:"));
+        Dv3000* chip =
+            addChip(softwareLocation, Software, QStringLiteral("Dv3000Pool: md380 software vocoder failed:"));
         QMetaObject::invokeMethod(
             chip, [chip] { chip->openInproc(); }, Qt::QueuedConnection);
         touched = true;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QRecursiveMutex>
@@ -17,6 +16,8 @@ class Dv3000;
 // Owner of every vocoder: local DV3000 sticks (FTDI serial ports), remote AMBEservers and
 // the MD380 software vocoder, all living on the one "dv3000-worker" thread. Voice modes
 // lease a chip configured for a rate and give it back; the lease is a plain pointer.
+// What the pool knows of each chip it learns from the chip's queued signals, so no call
+// here reads a chip's own members across threads, and none waits for the worker.
 class Dv3000Pool : public QObject {
     Q_OBJECT
 
@@ -26,10 +27,11 @@ public:
     explicit Dv3000Pool(QObject* parent = nullptr);
     ~Dv3000Pool() override;
 
-    // Reconciles the chips with the FTDI ports and the hardware settings; main thread.
+    // Reconciles the chips with the FTDI ports and the hardware settings; main thread. A
+    // chip that goes while it is lent stays alive until its lease comes back.
     void rescan();
-    // The best free chip (stick, then server, then software) set to the rate, or null.
-    // Blocks until the chip's setRate is done.
+    // The best free chip (stick, then server, then software), or null. Its rate is set on
+    // the worker before anything the caller posts to it afterwards.
     Dv3000* acquire(int rate);
     void release(Dv3000* chip);
     // Sets the rate on the first ready chip ahead of time, without lending it.
@@ -38,6 +40,8 @@ public:
     // Chips being probed or in use, whatever their state.
     int chipCount() const;
     int leasedCount() const;
+    // The port, server ("udp://host:port") or "sw://md380" the chip was made for.
+    QString locationOf(const Dv3000* chip) const;
     // The "dv3000-worker" thread, home of every chip and of the objects that talk to them.
     QThread* workerThread() const { return worker; }
 
@@ -49,21 +53,29 @@ public:
 
 signals:
     void changed();
-    void chipDetected(zl::hw::Dv3000* chip);
+    void chipDetected(zl::hw::Dv3000* chip, const QString& productId, const QString& version, const QString& location);
     void chipFailed(zl::hw::Dv3000* chip, const QString& reason);
 
 private:
     enum Kind { LocalSerial = 0, RemoteUdp = 1, Software = 2 };
-    static Kind kind(const Dv3000* chip);
-    QString location(Dv3000* chip) const;
-    Dv3000* addChip(const QString& where, const QString& failureWords);
+    struct Chip {
+        Dv3000* device = nullptr;
+        QString location;
+        Kind kind = LocalSerial;
+        bool ready = false;  // answered its product-id request
+        bool broken = false; // reported a failure; replaced at the next rescan
+        bool leased = false;
+    };
+    Chip* find(const Dv3000* chip);
+    const Chip* find(const Dv3000* chip) const;
+    Dv3000* addChip(const QString& where, Kind kind, const QString& failureWords);
+    void markBroken(Dv3000* chip, const QString& reason);
 
     mutable QRecursiveMutex mutex;
-    QList<Dv3000*> chips;
-    QHash<Dv3000*, bool> leases;
+    QList<Chip> chips;
+    // Chips dropped by a rescan while lent: deleted when they come back.
+    QList<Dv3000*> retiring;
     QThread* worker = nullptr;
-    // The location each chip was made for, until its open on the worker has set its own.
-    QHash<Dv3000*, QString> requested;
     std::function<QStringList()> portLister;
     int probeIntervalMs = 200;
 };

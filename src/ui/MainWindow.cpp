@@ -408,11 +408,11 @@ void MainWindow::buildStatusStrip()
     ambeText->setObjectName(QStringLiteral("ambeStatus"));
     zl::hw::Dv3000Pool* pool = zl::hw::Dv3000Pool::instance();
     connect(pool, &zl::hw::Dv3000Pool::changed, this, &MainWindow::updateAmbeStatus);
-    connect(pool, &zl::hw::Dv3000Pool::chipDetected, this, [this](zl::hw::Dv3000* chip) {
-        statusBar()->showMessage(
-            QStringLiteral("AMBE chip: %1 v%2 on %3").arg(chip->productId(), chip->versionText(), chip->currentPort()),
-            5000);
-    });
+    connect(pool, &zl::hw::Dv3000Pool::chipDetected, this,
+            [this](zl::hw::Dv3000*, const QString& productId, const QString& version, const QString& location) {
+                statusBar()->showMessage(QStringLiteral("AMBE chip: %1 v%2 on %3").arg(productId, version, location),
+                                         5000);
+            });
     pool->rescan();
     updateAmbeStatus();
 
@@ -759,11 +759,16 @@ void MainWindow::stopDmrTransmission()
     if (!dmrEncoder)
         return;
     disconnect(dmrMicConnection);
-    // Blocking, so that the terminator is out before the object goes.
+    // The terminator goes out on the worker after the speech already queued there; nothing
+    // here waits for it.
     zl::dmr::DmrVoiceEncoder* encoder = dmrEncoder;
     QMetaObject::invokeMethod(
-        encoder, [encoder] { encoder->stopStream(); }, Qt::BlockingQueuedConnection);
-    encoder->deleteLater();
+        encoder,
+        [encoder] {
+            encoder->stopStream();
+            encoder->deleteLater();
+        },
+        Qt::QueuedConnection);
     dmrEncoder = nullptr;
 }
 

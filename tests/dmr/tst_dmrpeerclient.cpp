@@ -523,7 +523,7 @@ private slots:
     {
         constexpr quint32 kListenerId = 240000002;
         Rig rig(1);
-        QVERIFY(!rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false)); // not logged in yet
+        QVERIFY(!rig.client.voiceLink()->sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false)); // not logged in yet
         QVERIFY(rig.login());
 
         rig.master.addPeer(kListenerId, kPassword);
@@ -537,10 +537,10 @@ private slots:
         QTRY_COMPARE(listener.state(), DmrPeerClient::Running);
 
         const QByteArray voice(33, char(0x5a));
-        QVERIFY(rig.client.sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false));
-        QVERIFY(rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 1, 0, voice, false));
-        QVERIFY(rig.client.sendVoiceBurst(1, 2400000, 2400001, 0xabcd, 2, 3, voice, true));
-        QVERIFY(rig.client.sendVoiceTerminator(1, 2400000, 2400001, 0xabcd, 3, true));
+        QVERIFY(rig.client.voiceLink()->sendVoiceHeader(2, 2400000, 91, 0xabcd, 0, false));
+        QVERIFY(rig.client.voiceLink()->sendVoiceBurst(2, 2400000, 91, 0xabcd, 1, 0, voice, false));
+        QVERIFY(rig.client.voiceLink()->sendVoiceBurst(1, 2400000, 2400001, 0xabcd, 2, 3, voice, true));
+        QVERIFY(rig.client.voiceLink()->sendVoiceTerminator(1, 2400000, 2400001, 0xabcd, 3, true));
         QTRY_COMPARE(heard.count(), 4);
 
         const QList<HomebrewMaster::Datagram> sent = rig.master.receivedWith("DMRD");
@@ -577,7 +577,7 @@ private slots:
         }
 
         rig.client.stop();
-        QVERIFY(!rig.client.sendVoiceBurst(2, 2400000, 91, 0xabcd, 4, 1, voice, false));
+        QVERIFY(!rig.client.voiceLink()->sendVoiceBurst(2, 2400000, 91, 0xabcd, 4, 1, voice, false));
         listener.stop();
     }
 };

@@ -61,16 +61,15 @@ private slots:
         QSignalSpy changed(&pool, &Dv3000Pool::changed);
         Dv3000* first = pool.acquire(33);
         QVERIFY(first);
-        QCOMPARE(first->currentPort(), stickPath);
-        QCOMPARE(stick.configureRequests(), 1);
+        QCOMPARE(pool.locationOf(first), stickPath);
+        QTRY_COMPARE(stick.configureRequests(), 1);
         Dv3000* second = pool.acquire(33);
         QVERIFY(second);
-        QCOMPARE(second->currentPort(), QStringLiteral("udp://127.0.0.1:%1").arg(remotePort));
-        QCOMPARE(remote.configureRequests(), 1);
+        QCOMPARE(pool.locationOf(second), QStringLiteral("udp://127.0.0.1:%1").arg(remotePort));
+        QTRY_COMPARE(remote.configureRequests(), 1);
         Dv3000* third = pool.acquire(33);
         QVERIFY(third);
-        QCOMPARE(third->currentPort(), QStringLiteral("sw://md380"));
-        QCOMPARE(third->rate(), 33);
+        QCOMPARE(pool.locationOf(third), QStringLiteral("sw://md380"));
         QCOMPARE(pool.acquire(33), nullptr);
         QCOMPARE(pool.leasedCount(), 3);
         QCOMPARE(changed.count(), 3);
@@ -83,6 +82,7 @@ private slots:
         pool.release(nullptr);
         QCOMPARE(changed.count(), 4);
         QCOMPARE(pool.acquire(33), first);
+        QTest::qWait(50);
         QCOMPARE(stick.configureRequests(), 1);
 
         // Switching the software vocoder off deletes its chip at the next rescan.
@@ -103,7 +103,7 @@ private slots:
         QTRY_COMPARE(pool.readyCount(), 1);
         Dv3000* software = pool.acquire(33);
         QVERIFY(software);
-        QVERIFY(software->isInproc());
+        QCOMPARE(pool.locationOf(software), QStringLiteral("sw://md380"));
 
         // A stick plugged in during the lease is lent to the next caller; the lease stays.
         SimulatedAmbeChip stick;
@@ -113,8 +113,8 @@ private slots:
         QCOMPARE(pool.leasedCount(), 1);
         Dv3000* next = pool.acquire(33);
         QVERIFY(next);
-        QCOMPARE(next->currentPort(), ports.first());
-        QVERIFY(software->isInproc());
+        QCOMPARE(pool.locationOf(next), ports.first());
+        QCOMPARE(pool.locationOf(software), QStringLiteral("sw://md380"));
         QCOMPARE(pool.leasedCount(), 2);
     }
 
@@ -165,19 +165,26 @@ private slots:
         QTRY_COMPARE(pool.readyCount(), 1);
         Dv3000* chip = pool.acquire(33);
         QVERIFY(chip);
-        QCOMPARE(active.configureRequests(), 1);
+        QTRY_COMPARE(active.configureRequests(), 1);
         QCOMPARE(disabledStick.packetsReceived(0), 0);
         QCOMPARE(disabledServer.packetsReceived(0), 0);
 
-        // Dropping the server from the list deletes its chip, lease or not.
+        // Dropping the server from the list takes its chip out at once; a lent chip lives on,
+        // closed to new leases, until it comes back.
         setHardware({});
         QSignalSpy changed(&pool, &Dv3000Pool::changed);
+        QSignalSpy gone(chip, &QObject::destroyed);
         pool.rescan();
         QCOMPARE(changed.count(), 1);
         QCOMPARE(pool.readyCount(), 0);
-        QCOMPARE(pool.leasedCount(), 0);
+        QCOMPARE(pool.leasedCount(), 1);
+        QCOMPARE(pool.acquire(33), nullptr);
+        QTest::qWait(50);
+        QCOMPARE(gone.count(), 0);
         pool.release(chip);
-        QCOMPARE(changed.count(), 1);
+        QCOMPARE(changed.count(), 2);
+        QCOMPARE(pool.leasedCount(), 0);
+        QTRY_COMPARE(gone.count(), 1);
     }
 
     void rescanWithoutChangeIsQuiet()
@@ -215,6 +222,7 @@ private slots:
         QCOMPARE(pool.leasedCount(), 0);
         // The lease that follows finds the rate in place.
         QVERIFY(pool.acquire(33));
+        QTest::qWait(50);
         QCOMPARE(remote.configureRequests(), 1);
     }
 
@@ -227,9 +235,18 @@ private slots:
         pool.setPortLister([] { return QStringList(); });
         pool.rescan();
         QTRY_COMPARE(pool.readyCount(), 1);
+        QSignalSpy failed(&pool, &Dv3000Pool::chipFailed);
+        // The lease is handed out at once; the refusal on the worker follows.
+        Dv3000* chip = pool.acquire(33);
+        QVERIFY(chip);
+        QTRY_COMPARE(failed.count(), 1);
+        QCOMPARE(failed.at(0).at(1).toString(), QStringLiteral("rate 33 refused"));
+        QCOMPARE(pool.readyCount(), 0);
         QCOMPARE(pool.acquire(33), nullptr);
-        QCOMPARE(pool.leasedCount(), 0);
+        pool.release(chip);
         remote.setInitStatus(0);
+        pool.rescan();
+        QTRY_COMPARE(pool.readyCount(), 1);
         QVERIFY(pool.acquire(33));
     }
 

@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QJsonArray>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
@@ -184,6 +185,59 @@ private slots:
         QCOMPARE(table->item(txRow, 4)->text(), QString("NetA"));
 
         QVERIFY(w.grab().save(QStringLiteral(ZL_ARTIFACT_DIR "/dmrwindow.png")));
+    }
+
+    // Chips come and go, peer A is dropped and comes back, PTT goes down and up, all while the
+    // master plays a call to each peer. Nothing may crash or race (the ThreadSanitizer build
+    // runs this too); at the end every lease is back and both peers are logged in.
+    void rescansReloadsAndPttWhileTwoStreamsDecode()
+    {
+        MainWindow w;
+        auto* status = w.findChild<QLabel*>("dmrStatus");
+        QTRY_COMPARE_WITH_TIMEOUT(status->text(), QString("2/2 peers connected"), kLoginMs);
+        QWidget* focus = w.findChild<QStackedWidget*>("modeStack");
+        zl::Config& config = zl::Config::instance();
+        const QJsonObject dmr = config.section("dmr");
+        const QJsonObject hardware = config.section("hardware");
+        QJsonObject withoutA = dmr;
+        QJsonArray peers = dmr.value("peers").toArray();
+        QJsonObject a = peers.at(0).toObject();
+        a.insert("auto_connect", false);
+        peers.replace(0, a);
+        withoutA.insert("peers", peers);
+        QJsonObject withSpare = hardware;
+        SimulatedAmbeChip spare;
+        QJsonArray servers = hardware.value("ambe_servers").toArray();
+        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", spare.listenUdp()}, {"enabled", true}});
+        withSpare.insert("ambe_servers", servers);
+
+        const QByteArray burst = kit::toneBurst(8000, 1000);
+        const QByteArray tone = SimulatedAmbeChip::sine(8000, 800);
+        for (int round = 0; round < 12; ++round) {
+            for (quint8 i = 0; i < 6; ++i) {
+                const quint8 flags = quint8(0x80 | (i == 0 ? 0x10 : 0) | i);
+                master.sendToPeer(kPeerA, kit::dmrd(i, kCaller, kTg, flags, 0x51000000u + quint32(round), burst));
+                master.sendToPeer(kPeerB, kit::dmrd(i, kCaller + 1, kTg, flags, 0x52000000u + quint32(round), burst));
+            }
+            sendKey(focus, QEvent::KeyPress, Qt::Key_F5);
+            for (int i = 0; i < 5; ++i)
+                emit zl::audio::AudioMixer::instance().micPcmReady(tone);
+            config.setSection("hardware", round % 2 ? withSpare : hardware);
+            kit::ChipFarm::pool()->rescan();
+            if (round % 3 == 1)
+                config.setSection("dmr", withoutA);
+            else if (round % 3 == 2)
+                config.setSection("dmr", dmr);
+            QTest::qWait(30);
+            sendKey(focus, QEvent::KeyRelease, Qt::Key_F5);
+            QTest::qWait(70); // longer than the gap that joins a release to the next press
+        }
+        config.setSection("dmr", dmr);
+        config.setSection("hardware", hardware);
+        kit::ChipFarm::pool()->rescan();
+        QTRY_COMPARE_WITH_TIMEOUT(status->text(), QString("2/2 peers connected"), kLoginMs);
+        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->leasedCount(), 0, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 1, 5000);
     }
 };
 

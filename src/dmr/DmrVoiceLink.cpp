@@ -1,0 +1,64 @@
+#include "dmr/DmrVoiceLink.h"
+
+#include "dmr/DMRLC.h"
+#include "dmr/DmrdFrame.h"
+
+#include <sys/socket.h>
+
+namespace zl::dmr {
+
+void DmrVoiceLink::open(int descriptor, const sockaddr_in& master, quint32 peer, quint8 cc)
+{
+    QMutexLocker lock(&mutex);
+    fd = descriptor;
+    address = master;
+    peerId = peer;
+    colorCode = cc;
+}
+
+void DmrVoiceLink::close()
+{
+    QMutexLocker lock(&mutex);
+    fd = -1;
+}
+
+bool DmrVoiceLink::sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
+                                   bool privateCall)
+{
+    return sendLc({seq, srcId, dstId, 0, voiceHeaderFlags(slot, privateCall), streamId}, DataType::VoiceLcHeader);
+}
+
+bool DmrVoiceLink::sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
+                                  const QByteArray& payload33, bool privateCall)
+{
+    QMutexLocker lock(&mutex);
+    return sendLocked({seq, srcId, dstId, 0, voiceBurstFlags(slot, privateCall, voiceSeq), streamId}, payload33);
+}
+
+bool DmrVoiceLink::sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq,
+                                       bool privateCall)
+{
+    return sendLc({seq, srcId, dstId, 0, voiceTerminatorFlags(slot, privateCall), streamId},
+                  DataType::TerminatorWithLc);
+}
+
+bool DmrVoiceLink::sendLc(const DmrdHeader& header, quint8 dataType)
+{
+    QMutexLocker lock(&mutex);
+    if (fd < 0)
+        return false;
+    return sendLocked(header, buildLcBurst(header.srcId, header.dstId, colorCode, dataType, header.privateCall()));
+}
+
+bool DmrVoiceLink::sendLocked(DmrdHeader header, const QByteArray& burst33)
+{
+    if (fd < 0)
+        return false;
+    header.peerId = peerId;
+    const QByteArray frame = buildDmrd(header, burst33);
+    const ssize_t n = ::sendto(fd, frame.constData(), size_t(frame.size()), 0,
+                               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    return n == frame.size();
+}
+
+} // namespace zl::dmr
