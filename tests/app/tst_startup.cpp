@@ -1,8 +1,10 @@
 // Starts the real program, as a normal user, in a private folder tree.
 #include "HomebrewMaster.h"
+#include "IaxServer.h"
 #include "M17Reflector.h"
 #include "NxdnReflector.h"
 #include "ProgramSandbox.h"
+#include "SvxReflector.h"
 #include "YsfReflector.h"
 
 #include <QFile>
@@ -10,6 +12,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <unistd.h>
 
@@ -22,6 +25,17 @@ QString readAll(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+constexpr quint8 kIaxAck = 4;
+constexpr quint8 kIaxHangup = 5;
+
+// Whether the IAX2 server got a control frame of this subclass.
+bool hasIax(const IaxServer& server, quint8 subclass)
+{
+    return std::any_of(server.received.begin(), server.received.end(), [subclass](const IaxServer::Frame& f) {
+        return f.full && f.type == 6 && f.subclass == subclass;
+    });
 }
 
 // Line numbers of each needle in text, in the order given; -1 where missing.
@@ -124,6 +138,9 @@ private slots:
         M17Reflector m17;
         YsfReflector ysf;
         NxdnReflector nxdn(65000);
+        SvxReflector svx;
+        svx.setPassword("XX0ABC", "pw");
+        IaxServer allstar;
         QVERIFY(master.listen());
         master.addPeer(240000101, "pw");
         ProgramSandbox box(QStringLiteral("build"));
@@ -137,16 +154,30 @@ private slots:
                                {"password", "pw"},
                                {"auto_connect", true}};
         const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}, {"id_field", "1234"}}};
-        box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
-                                    {"identities", QJsonObject{{"m17", me}, {"ysf", me}, {"nxdn", me}}},
-                                    {"m17", reflectorSection(m17.port())},
-                                    {"ysf", reflectorSection(ysf.port())},
-                                    {"nxdn", reflectorSection(nxdn.port(), {{"tg", 65000}, {"ran", 1}})}});
+        box.writeConfig(QJsonObject{
+            {"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
+            {"identities", QJsonObject{{"m17", me}, {"ysf", me}, {"nxdn", me}}},
+            {"m17", reflectorSection(m17.port())},
+            {"ysf", reflectorSection(ysf.port())},
+            {"nxdn", reflectorSection(nxdn.port(), {{"tg", 65000}, {"ran", 1}})},
+            {"svxlink",
+             QJsonObject{{"servers",
+                          QJsonObject{{QStringLiteral("127.0.0.1:%1").arg(svx.port()),
+                                       QJsonObject{{"enabled", true}, {"callsign", "XX0ABC"}, {"auth_key", "pw"}}}}}}},
+            {"allstar", QJsonObject{{"servers", QJsonArray{QJsonObject{{"name", "Hub"},
+                                                                       {"host", "127.0.0.1"},
+                                                                       {"port", allstar.port()},
+                                                                       {"username", "radio"},
+                                                                       {"node", "2000"},
+                                                                       {"callsign", "XX0ABC"},
+                                                                       {"enabled", true}}}}}}});
         QProcess* p = box.start();
         QTRY_VERIFY_WITH_TIMEOUT(master.isLoggedIn(240000101), kStartTimeoutMs);
         QTRY_COMPARE_WITH_TIMEOUT(m17.clients().size(), 1, kStartTimeoutMs);
         QTRY_COMPARE_WITH_TIMEOUT(ysf.clients().size(), 1, kStartTimeoutMs);
         QTRY_COMPARE_WITH_TIMEOUT(nxdn.clients().size(), 1, kStartTimeoutMs);
+        QTRY_VERIFY_WITH_TIMEOUT(svx.node("XX0ABC") && svx.node("XX0ABC")->loggedIn, kStartTimeoutMs);
+        QTRY_VERIFY_WITH_TIMEOUT(hasIax(allstar, kIaxAck), kStartTimeoutMs);
         const QString logDir = box.root() + "/log";
         QCOMPARE(ProgramSandbox::logFiles(logDir).size(), 1);
         const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
@@ -162,6 +193,8 @@ private slots:
         QTRY_VERIFY(!m17.received.isEmpty() && m17.received.last().startsWith("DISC"));
         QTRY_VERIFY(!ysf.received.isEmpty() && ysf.received.last().startsWith("YSFU"));
         QTRY_VERIFY(!nxdn.received.isEmpty() && nxdn.received.last().startsWith("NXDNU"));
+        QTRY_VERIFY(svx.nodes().isEmpty());
+        QTRY_VERIFY(hasIax(allstar, kIaxHangup));
 
         const QString log = readAll(path);
         const QList<int> at = linesOf(
