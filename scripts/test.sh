@@ -14,6 +14,9 @@ export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 ctest --test-dir build-asan --output-on-failure -j "$jobs"
 
+# The threaded suites again, under ThreadSanitizer.
+./scripts/tsan.sh
+
 ./scripts/fuzz.sh 10
 
 # The .deb: built in Release, its contents and dependencies checked (and installed, in CI).

@@ -1,5 +1,6 @@
 #include "dmr/DmrVoiceEncoder.h"
 
+#include "app/ThreadHandOff.h"
 #include "dmr/AmbeBurst.h"
 #include "dmr/DmrPeerClient.h"
 #include "dmr/DmrdFrame.h"
@@ -140,8 +141,7 @@ void DmrVoiceEncoder::paceTick()
     const QByteArray frame = pcm.left(kSpeechFrameBytes);
     pcm.remove(0, kSpeechFrameBytes);
     zl::hw::Dv3000* target = chip;
-    QMetaObject::invokeMethod(
-        target, [target, frame] { target->postSpeech(frame); }, Qt::QueuedConnection);
+    zl::postTo(target, [target, frame] { target->postSpeech(frame); });
 }
 
 void DmrVoiceEncoder::onChipAmbeFrame(const QByteArray& ambe9)

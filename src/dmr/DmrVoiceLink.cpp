@@ -9,7 +9,7 @@ namespace zl::dmr {
 
 void DmrVoiceLink::open(int descriptor, const sockaddr_in& master, quint32 peer, quint8 cc)
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     fd = descriptor;
     address = master;
     peerId = peer;
@@ -18,7 +18,7 @@ void DmrVoiceLink::open(int descriptor, const sockaddr_in& master, quint32 peer,
 
 void DmrVoiceLink::close()
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     fd = -1;
 }
 
@@ -31,7 +31,7 @@ bool DmrVoiceLink::sendVoiceHeader(int slot, quint32 srcId, quint32 dstId, quint
 bool DmrVoiceLink::sendVoiceBurst(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, int voiceSeq,
                                   const QByteArray& payload33, bool privateCall)
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     return sendLocked({seq, srcId, dstId, 0, voiceBurstFlags(slot, privateCall, voiceSeq), streamId}, payload33);
 }
 
@@ -44,7 +44,7 @@ bool DmrVoiceLink::sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, q
 
 bool DmrVoiceLink::sendLc(const DmrdHeader& header, quint8 dataType)
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     if (fd < 0)
         return false;
     return sendLocked(header, buildLcBurst(header.srcId, header.dstId, colorCode, dataType, header.privateCall()));

@@ -3,7 +3,8 @@
 #include <netinet/in.h>
 
 #include <QByteArray>
-#include <QMutex>
+
+#include <mutex>
 
 namespace zl::dmr {
 
@@ -31,7 +32,7 @@ private:
     // With the lock held.
     bool sendLocked(DmrdHeader header, const QByteArray& burst33);
 
-    QMutex mutex;
+    std::mutex mutex; // visible to the thread sanitizer, unlike QtCore's
     int fd = -1;
     sockaddr_in address{};
     quint32 peerId = 0;

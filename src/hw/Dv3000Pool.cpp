@@ -1,6 +1,7 @@
 #include "hw/Dv3000Pool.h"
 
 #include "app/Config.h"
+#include "app/ThreadHandOff.h"
 #include "hw/Dv3000.h"
 
 #include <QDebug>
@@ -82,7 +83,7 @@ const Dv3000Pool::Chip* Dv3000Pool::find(const Dv3000* chip) const
 
 QString Dv3000Pool::locationOf(const Dv3000* chip) const
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     const Chip* each = find(chip);
     return each ? each->location : QString();
 }
@@ -91,7 +92,7 @@ Dv3000* Dv3000Pool::acquire(int rate)
 {
     Dv3000* winner = nullptr;
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         for (int k = LocalSerial; k <= Software && !winner; ++k) {
             for (Chip& chip : chips) {
                 if (chip.kind == k && chip.ready && !chip.broken && !chip.leased) {
@@ -115,13 +116,10 @@ Dv3000* Dv3000Pool::acquire(int rate)
             return nullptr;
         }
     } else {
-        QMetaObject::invokeMethod(
-            winner,
-            [this, winner, rate, refusal] {
-                if (!winner->setRate(rate))
-                    QMetaObject::invokeMethod(this, [this, winner, refusal] { markBroken(winner, refusal); });
-            },
-            Qt::QueuedConnection);
+        zl::postTo(winner, [this, winner, rate, refusal] {
+            if (!winner->setRate(rate))
+                zl::postTo(this, [this, winner, refusal] { markBroken(winner, refusal); });
+        });
     }
     emit changed();
     return winner;
@@ -132,7 +130,7 @@ void Dv3000Pool::release(Dv3000* chip)
     if (!chip)
         return;
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         if (retiring.removeOne(chip)) {
             chip->deleteLater();
         } else {
@@ -147,13 +145,12 @@ void Dv3000Pool::release(Dv3000* chip)
 
 void Dv3000Pool::prewarm(int rate)
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     for (const Chip& chip : std::as_const(chips)) {
         if (chip.ready && !chip.broken) {
             qInfo().noquote() << "Dv3000Pool::prewarm: pre-caching rate" << rate << "on" << chip.location;
             Dv3000* device = chip.device;
-            QMetaObject::invokeMethod(
-                device, [device, rate] { device->setRate(rate); }, Qt::QueuedConnection);
+            zl::postTo(device, [device, rate] { device->setRate(rate); });
             return;
         }
     }
@@ -162,7 +159,7 @@ void Dv3000Pool::prewarm(int rate)
 
 int Dv3000Pool::readyCount() const
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     int n = 0;
     for (const Chip& chip : chips) {
         if (chip.ready && !chip.broken)
@@ -173,13 +170,13 @@ int Dv3000Pool::readyCount() const
 
 int Dv3000Pool::chipCount() const
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     return int(chips.size());
 }
 
 int Dv3000Pool::leasedCount() const
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     int n = int(retiring.size());
     for (const Chip& chip : chips) {
         if (chip.leased)
@@ -195,17 +192,17 @@ Dv3000* Dv3000Pool::addChip(const QString& where, Kind kind, const QString& fail
     chips.append({chip, where, kind});
     chip->moveToThread(worker);
     connect(chip, &Dv3000::detected, this, [this, chip](const QString& productId, const QString& version) {
-        QString where;
+        QString location;
         {
-            QMutexLocker lock(&mutex);
+            const std::lock_guard lock(mutex);
             Chip* each = find(chip);
             if (!each)
                 return;
             each->ready = true;
             each->broken = false;
-            where = each->location;
+            location = each->location;
         }
-        emit chipDetected(chip, productId, version, where);
+        emit chipDetected(chip, productId, version, location);
         emit changed();
     });
     connect(chip, &Dv3000::failed, this, [this, chip, failureWords](const QString& reason) {
@@ -218,7 +215,7 @@ Dv3000* Dv3000Pool::addChip(const QString& where, Kind kind, const QString& fail
 void Dv3000Pool::markBroken(Dv3000* chip, const QString& reason)
 {
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         Chip* each = find(chip);
         if (!each)
             return;
@@ -231,7 +228,7 @@ void Dv3000Pool::markBroken(Dv3000* chip, const QString& reason)
 
 void Dv3000Pool::rescan()
 {
-    QMutexLocker lock(&mutex);
+    const std::lock_guard lock(mutex);
     const QJsonObject hw = Config::instance().section(QStringLiteral("hardware"));
 
     QSet<QString> disabled;
@@ -286,8 +283,7 @@ void Dv3000Pool::rescan()
         if (present.contains(port))
             continue;
         Dv3000* chip = addChip(port, LocalSerial, QStringLiteral("Dv3000Pool: chip on %1 failed:").arg(port));
-        QMetaObject::invokeMethod(
-            chip, [chip, port] { chip->openPort(port); }, Qt::QueuedConnection);
+        zl::postTo(chip, [chip, port] { chip->openPort(port); });
         touched = true;
     }
     for (const Server& server : std::as_const(wantedServers)) {
@@ -297,15 +293,13 @@ void Dv3000Pool::rescan()
         present.insert(target);
         Dv3000* chip =
             addChip(target, RemoteUdp, QStringLiteral("Dv3000Pool: remote AMBEserver %1 failed:").arg(target));
-        QMetaObject::invokeMethod(
-            chip, [chip, server] { chip->openUdp(server.host, server.port); }, Qt::QueuedConnection);
+        zl::postTo(chip, [chip, server] { chip->openUdp(server.host, server.port); });
         touched = true;
     }
     if (softwareEnabled && !present.contains(softwareLocation)) {
         Dv3000* chip =
             addChip(softwareLocation, Software, QStringLiteral("Dv3000Pool: md380 software vocoder failed:"));
-        QMetaObject::invokeMethod(
-            chip, [chip] { chip->openInproc(); }, Qt::QueuedConnection);
+        zl::postTo(chip, [chip] { chip->openInproc(); });
         touched = true;
     }
 

@@ -2,6 +2,7 @@
 
 #include "Dv3000.h"
 #include "Dv3000Pool.h"
+#include "app/ThreadHandOff.h"
 
 #include <QDebug>
 
@@ -48,8 +49,7 @@ void VocoderLease::pushSpeech(const QByteArray& pcm)
         const QByteArray frame = pcmBuffer.first(kPcmFrameBytes);
         pcmBuffer.remove(0, kPcmFrameBytes);
         Dv3000* chip = held;
-        QMetaObject::invokeMethod(
-            chip, [chip, frame] { chip->postSpeech(frame); }, Qt::QueuedConnection);
+        zl::postTo(chip, [chip, frame] { chip->postSpeech(frame); });
     }
 }
 
@@ -58,8 +58,7 @@ void VocoderLease::postChannel(const QByteArray& frame9)
     if (!held)
         return;
     Dv3000* chip = held;
-    QMetaObject::invokeMethod(
-        chip, [chip, frame9] { chip->postChannel(frame9, 72); }, Qt::QueuedConnection);
+    zl::postTo(chip, [chip, frame9] { chip->postChannel(frame9, 72); });
 }
 
 } // namespace zl::hw

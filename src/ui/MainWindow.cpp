@@ -3,6 +3,7 @@
 #include "app/Config.h"
 #include "app/Identity.h"
 #include "app/StyleSheet.h"
+#include "app/ThreadHandOff.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
 #include "dmr/DmrPeerManager.h"
@@ -741,9 +742,7 @@ void MainWindow::startDmrTransmission()
     dmrMicConnection = connect(&zl::audio::AudioMixer::instance(), &zl::audio::AudioMixer::micPcmReady, dmrEncoder,
                                &zl::dmr::DmrVoiceEncoder::feedPcm, Qt::QueuedConnection);
     zl::dmr::DmrVoiceEncoder* encoder = dmrEncoder;
-    QMetaObject::invokeMethod(
-        encoder, [encoder, slot, src, dst, privateCall] { encoder->startStream(slot, src, dst, privateCall); },
-        Qt::QueuedConnection);
+    zl::postTo(encoder, [encoder, slot, src, dst, privateCall] { encoder->startStream(slot, src, dst, privateCall); });
     QStringList connected;
     for (const zl::dmr::DmrPeerManager::PeerRow& row : peers.peerTable()) {
         if (row.stateText == QLatin1String("connected"))
@@ -762,13 +761,10 @@ void MainWindow::stopDmrTransmission()
     // The terminator goes out on the worker after the speech already queued there; nothing
     // here waits for it.
     zl::dmr::DmrVoiceEncoder* encoder = dmrEncoder;
-    QMetaObject::invokeMethod(
-        encoder,
-        [encoder] {
-            encoder->stopStream();
-            encoder->deleteLater();
-        },
-        Qt::QueuedConnection);
+    zl::postTo(encoder, [encoder] {
+        encoder->stopStream();
+        encoder->deleteLater();
+    });
     dmrEncoder = nullptr;
 }
 

@@ -4,6 +4,7 @@
 // into objects on the vocoder thread, and hand-built DMRD frames.
 #include "SimulatedAmbeChip.h"
 #include "app/Config.h"
+#include "app/ThreadHandOff.h"
 #include "dmr/AmbeBurst.h"
 #include "hw/Dv3000Pool.h"
 
@@ -11,12 +12,12 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMetaObject>
-#include <QMutex>
 #include <QStringList>
 #include <QTest>
 #include <QtEndian>
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace kit {
@@ -36,14 +37,14 @@ public:
     }
     QStringList lines() const
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         return captured;
     }
     QStringList matching(const QString& part) const { return lines().filter(part); }
     // Wall-clock time of the first line containing part, 0 if none.
     qint64 timeOf(const QString& part) const
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         for (qsizetype i = 0; i < captured.size(); ++i) {
             if (captured.at(i).contains(part))
                 return times.at(i);
@@ -53,7 +54,7 @@ public:
     bool contains(const QString& part) const { return !matching(part).isEmpty(); }
     void clear()
     {
-        QMutexLocker lock(&mutex);
+        const std::lock_guard lock(mutex);
         captured.clear();
         times.clear();
     }
@@ -70,7 +71,7 @@ private:
         if (!self)
             return;
         {
-            QMutexLocker lock(&self->mutex);
+            const std::lock_guard lock(self->mutex);
             self->captured.append(text);
             self->times.append(QDateTime::currentMSecsSinceEpoch());
         }
@@ -78,7 +79,7 @@ private:
             self->previous(type, context, text);
     }
 
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     QStringList captured;
     QList<qint64> times;
     QtMessageHandler previous = nullptr;
@@ -88,14 +89,21 @@ private:
 template <typename F>
 void onWorker(QObject* obj, F f)
 {
-    QMetaObject::invokeMethod(obj, f, Qt::BlockingQueuedConnection);
+    zl::handOff();
+    QMetaObject::invokeMethod(
+        obj,
+        [&f] {
+            f();
+            zl::handOff();
+        },
+        Qt::BlockingQueuedConnection);
+    zl::takeOver();
 }
 
 // Deletes an object of the vocoder thread on that thread and waits until it is gone.
 inline void deleteOnWorker(QObject* obj)
 {
-    QMetaObject::invokeMethod(
-        obj, [obj] { delete obj; }, Qt::BlockingQueuedConnection);
+    onWorker(obj, [obj] { delete obj; });
 }
 
 inline QByteArray be32(quint32 v)

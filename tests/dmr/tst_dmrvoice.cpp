@@ -2,6 +2,7 @@
 // chips lent by the pool and peer clients logged into the loopback master.
 #include "HomebrewMaster.h"
 #include "TempConfigHome.h"
+#include "ThreadedTestMain.h"
 #include "VoiceTestKit.h"
 #include "dmr/DmrPeerClient.h"
 #include "dmr/DmrVoiceDecoder.h"
@@ -507,5 +508,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestDmrVoice)
+ZL_THREADED_TEST_MAIN(QCoreApplication, TestDmrVoice)
 #include "tst_dmrvoice.moc"

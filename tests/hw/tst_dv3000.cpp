@@ -1,5 +1,6 @@
 #include "SimulatedAmbeChip.h"
 #include "TempConfigHome.h"
+#include "ThreadedTestMain.h"
 #include "hw/Dv3000.h"
 
 #include <QRegularExpression>
@@ -402,5 +403,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestDv3000)
+ZL_THREADED_TEST_MAIN(QCoreApplication, TestDv3000)
 #include "tst_dv3000.moc"

@@ -1,6 +1,7 @@
 #include "SimulatedAmbeChip.h"
 #include "TempConfigHome.h"
 #include "TestFirmware.h"
+#include "ThreadedTestMain.h"
 #include "app/Config.h"
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
@@ -263,5 +264,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestDv3000Pool)
+ZL_THREADED_TEST_MAIN(QCoreApplication, TestDv3000Pool)
 #include "tst_dv3000pool.moc"

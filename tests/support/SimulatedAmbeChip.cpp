@@ -1,10 +1,9 @@
 #include "SimulatedAmbeChip.h"
 
+#include "app/ThreadHandOff.h"
 #include "hw/AmbeFrame.h"
 
 #include <QHostAddress>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QNetworkDatagram>
 #include <QSocketNotifier>
 #include <QThread>
@@ -14,6 +13,7 @@
 #include <cerrno>
 #include <cmath>
 #include <fcntl.h>
+#include <mutex>
 #include <pty.h>
 #include <termios.h>
 #include <unistd.h>
@@ -59,7 +59,7 @@ public:
     QThread thread;
     QObject* home = nullptr; // lives on thread; parent of sockets and notifiers
 
-    mutable QMutex mutex;
+    mutable std::mutex mutex;
     int delayMs = 0;
     IdentityReplies identity = IdentityReplies::Normal;
     int initStatus = 0;
@@ -86,7 +86,16 @@ public:
     template <typename F>
     void run(F&& f)
     {
-        QMetaObject::invokeMethod(home, std::forward<F>(f), Qt::BlockingQueuedConnection);
+        QObject* target = home; // read before the hand-over: f may clear it
+        zl::handOff();
+        QMetaObject::invokeMethod(
+            target,
+            [&f] {
+                f();
+                zl::handOff();
+            },
+            Qt::BlockingQueuedConnection);
+        zl::takeOver();
     }
 
     void send(Transport transport, const QByteArray& bytes)
@@ -109,7 +118,7 @@ public:
     {
         int delay;
         {
-            QMutexLocker lock(&mutex);
+            const std::lock_guard lock(mutex);
             if (holdable && hold) {
                 held.append({transport, bytes});
                 return;
@@ -156,7 +165,7 @@ public:
     {
         const int type = quint8(pkt[3]);
         if (type <= 2) {
-            QMutexLocker lock(&mutex);
+            const std::lock_guard lock(mutex);
             ++received[type];
         }
         if (type == 1 && pkt.size() >= 6 && pkt[4] == 0x01) {
@@ -183,7 +192,7 @@ public:
         bool answer = true;
         for (int i = 4; i < pkt.size();) {
             const quint8 code = quint8(pkt[i]);
-            QMutexLocker lock(&mutex);
+            const std::lock_guard lock(mutex);
             switch (code) {
             case 0x33: // reset
                 fields += QByteArray::fromHex("39");
@@ -322,25 +331,25 @@ QString SimulatedAmbeChip::openPty()
 
 void SimulatedAmbeChip::setDelay(int ms)
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     engine->delayMs = ms;
 }
 
 void SimulatedAmbeChip::setIdentityReplies(IdentityReplies replies)
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     engine->identity = replies;
 }
 
 void SimulatedAmbeChip::setInitStatus(int status)
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     engine->initStatus = status;
 }
 
 void SimulatedAmbeChip::dropReplies(int n)
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     engine->toDrop = n;
 }
 
@@ -349,7 +358,7 @@ void SimulatedAmbeChip::setHoldReplies(bool hold)
     Engine* e = engine.get();
     e->run([e, hold] {
         {
-            QMutexLocker lock(&e->mutex);
+            const std::lock_guard lock(e->mutex);
             e->hold = hold;
         }
         if (!hold)
@@ -365,31 +374,31 @@ void SimulatedAmbeChip::sendRaw(const QByteArray& bytes)
 
 int SimulatedAmbeChip::packetsReceived(int type) const
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     return type >= 0 && type <= 2 ? engine->received[type] : 0;
 }
 
 int SimulatedAmbeChip::productIdRequests() const
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     return engine->productIds;
 }
 
 int SimulatedAmbeChip::configureRequests() const
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     return engine->configures;
 }
 
 QByteArray SimulatedAmbeChip::lastRateWords() const
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     return engine->rateWords;
 }
 
 QList<int> SimulatedAmbeChip::probeBauds() const
 {
-    QMutexLocker lock(&engine->mutex);
+    const std::lock_guard lock(engine->mutex);
     return engine->bauds;
 }
 

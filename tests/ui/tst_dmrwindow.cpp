@@ -2,6 +2,7 @@
 // master shows in the last-heard list, and the PTT key sends a stream through the default peer.
 #include "HomebrewMaster.h"
 #include "TempConfigHome.h"
+#include "ThreadedTestMain.h"
 #include "VoiceTestKit.h"
 #include "app/Config.h"
 #include "audio/AudioMixer.h"
@@ -241,5 +242,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestDmrWindow)
+ZL_THREADED_TEST_MAIN(QApplication, TestDmrWindow)
 #include "tst_dmrwindow.moc"
