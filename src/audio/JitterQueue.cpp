@@ -1,5 +1,7 @@
 #include "JitterQueue.h"
 
+#include <utility>
+
 namespace zl::audio {
 
 void JitterQueue::setFormat(int sampleRate, int frameBytes)
@@ -22,6 +24,7 @@ void JitterQueue::clear()
 {
     buffer.clear();
     playing = false;
+    pendingGaps = 0;
 }
 
 void JitterQueue::startStream()
@@ -37,6 +40,7 @@ bool JitterQueue::push(const QByteArray& bytes, qint64 nowMs, int depthMs)
     if (excess > 0)
         buffer.remove(0, wholeFrames(excess + frameSize - 1));
     lastPush = nowMs;
+    gaps += std::exchange(pendingGaps, 0);
     if (playing || durationMs(buffer.size()) < depthMs)
         return false;
     playing = true;
@@ -62,6 +66,7 @@ JitterQueue::Step JitterQueue::step(qint64 nowMs, int depthMs, qsizetype sinkBuf
         const int inserted = gaps;
         playing = false;
         gaps = 0;
+        pendingGaps = 0;
         return {Step::Ended, 0, inserted};
     }
     if (sinkBufferSize - free >= bytesFor(kLowWaterMs))

@@ -34,8 +34,9 @@ public:
     Step step(qint64 nowMs, int depthMs, qsizetype sinkBufferSize, qsizetype sinkBytesFree);
     // Removes what the sink took after a Write, in whole frames.
     void consume(qsizetype taken);
-    // Counts a silence frame written for a Silence step.
-    void countGap() { ++gaps; }
+    // Counts a silence frame written for a Silence step. It is a gap in the stream only if
+    // audio follows: the silence that bridges to the end of a stream conceals nothing.
+    void countGap() { ++pendingGaps; }
 
     const QByteArray& data() const { return buffer; }
     bool isPlaying() const { return playing; }
@@ -59,6 +60,7 @@ private:
     bool playing = false;
     qint64 lastPush = 0;
     int gaps = 0;
+    int pendingGaps = 0; // silence written since the last frame came
     int rate = 48000;
     int frameSize = 4;
 };

@@ -5,10 +5,11 @@
 namespace zl::audio {
 
 QtSinkPort::QtSinkPort(const QAudioDevice& device, const QAudioFormat& format, qsizetype bufferBytes)
-    : sink(new QAudioSink(device, format))
+    : sink(new QAudioSink(device, format)), playout(format.bytesForDuration(1000000))
 {
     sink->setBufferSize(bufferBytes);
     sinkDevice = sink->start();
+    clock.start();
 }
 
 QtSinkPort::~QtSinkPort()
@@ -29,8 +30,9 @@ qsizetype QtSinkPort::bufferSize() const
 
 qsizetype QtSinkPort::bytesFree() const
 {
-    const qint64 played = sink->format().bytesForDuration(sink->processedUSecs());
-    const qint64 queued = qMax<qint64>(0, written - played);
+    const qint64 handedOn = sink->format().bytesForDuration(sink->processedUSecs());
+    const qint64 inQt = qMax<qint64>(0, written - handedOn);
+    const qint64 queued = qMax(inQt, playout.queuedBytes(clock.nsecsElapsed() / 1000));
     return qMax<qint64>(0, sink->bufferSize() - queued);
 }
 
@@ -38,6 +40,7 @@ qint64 QtSinkPort::write(const char* data, qint64 size)
 {
     const qint64 taken = sinkDevice ? sinkDevice->write(data, size) : 0;
     written += qMax<qint64>(0, taken);
+    playout.wrote(taken, clock.nsecsElapsed() / 1000);
     return taken;
 }
 

@@ -396,12 +396,14 @@ private slots:
         LogCapture log;
         mixer.talk(kDmr, 10, 1000);
         mixer.advance(150); // the network stalls
-        mixer.talk(kDmr, 10, 1000);
-        QCOMPARE(mixer.nowPlayingMode(), kDmr);
-        mixer.advance(500);
         const qsizetype silence = mixer.sink->silenceBytes();
         QVERIFY(silence >= 3840 * 3);
         QCOMPARE(silence % 3840, 0);
+        mixer.talk(kDmr, 10, 1000);
+        QCOMPARE(mixer.nowPlayingMode(), kDmr);
+        mixer.advance(500);
+        // The silence that bridged to the end of the stream is no gap in it.
+        QVERIFY(mixer.sink->silenceBytes() > silence);
         const QStringList gaps = log.linesStartingWith("AudioMixer: jitter buffer — gaps concealed with silence:");
         QCOMPARE(gaps.size(), 1);
         QCOMPARE(

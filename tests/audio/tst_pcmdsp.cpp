@@ -1,6 +1,7 @@
 // The pure parts of the mixer: conversion to the sink's format, receive AGC, meters, jitter queue.
 #include "audio/JitterQueue.h"
 #include "audio/PcmDsp.h"
+#include "audio/PlayoutClock.h"
 #include "audio/RxAgc.h"
 
 #include <QTest>
@@ -258,13 +259,32 @@ private slots:
         QCOMPARE(silence.kind, JitterQueue::Step::Silence);
         QCOMPARE(silence.bytes, 3840);
         q.countGap();
-        QCOMPARE(q.step(299, 200, 38400, 38400).kind, JitterQueue::Step::Silence);
+        // Audio after the silence: it was a gap.
+        q.push(bytesOfValue(960, 1), 30, 200);
+        QCOMPARE(q.step(30, 200, 38400, 38400).kind, JitterQueue::Step::Write);
+        q.consume(q.data().size());
+        // The silence that bridges to the end of the stream conceals nothing.
+        QCOMPARE(q.step(329, 200, 38400, 38400).kind, JitterQueue::Step::Silence);
         q.countGap();
-        const JitterQueue::Step end = q.step(300, 200, 38400, 38400);
+        const JitterQueue::Step end = q.step(330, 200, 38400, 38400);
         QCOMPARE(end.kind, JitterQueue::Step::Ended);
-        QCOMPARE(end.gapFrames, 2);
+        QCOMPARE(end.gapFrames, 1);
         QVERIFY(!q.isPlaying());
         QCOMPARE(q.gapFrames(), 0);
+    }
+
+    void playoutClockCountsWhatTheCardHasNotPlayed()
+    {
+        PlayoutClock clock(192000); // 48 kHz stereo 16-bit: 192 bytes a millisecond
+        clock.wrote(3840, 0);
+        clock.wrote(3840, 5000);
+        QCOMPARE(clock.queuedBytes(5000), 7680 - 960);
+        QCOMPARE(clock.queuedBytes(40000), 0);
+        QCOMPARE(clock.queuedBytes(60000), 0);
+        // After running dry, playback starts again with the next write.
+        clock.wrote(1920, 100000);
+        QCOMPARE(clock.queuedBytes(100000), 1920);
+        QCOMPARE(clock.queuedBytes(105000), 960);
     }
 
     void jitterQueuePlaysAShortBurstAfterTheDepth()
