@@ -6,6 +6,7 @@
 
 #include <QAudioDevice>
 #include <QAudioSource>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
 #include <QJsonObject>
@@ -78,7 +79,16 @@ AudioMixer::AudioMixer(QObject* parent) : QObject(parent), levelTimer(new QTimer
 
 AudioMixer::~AudioMixer()
 {
-    dropSource();
+    // After the application object is gone, Qt Multimedia is too: what shutdown() did not
+    // release is left to the end of the process.
+    if (QCoreApplication::instance()) {
+        dropSource();
+        return;
+    }
+    (void)sink.release();
+    const QObjectList owned = children();
+    for (QObject* child : owned)
+        child->setParent(nullptr);
 }
 
 qint64 AudioMixer::nowMs() const
@@ -285,7 +295,7 @@ void AudioMixer::dropSource()
 
 void AudioMixer::setMicDevice(const QString& description)
 {
-    if (description == micDeviceName && source)
+    if (description == micDeviceName && source && source->state() != QAudio::StoppedState)
         return;
     dropSource();
     micDeviceName = description;
@@ -293,10 +303,8 @@ void AudioMixer::setMicDevice(const QString& description)
         return;
     const QAudioDevice device =
         findDevice(QMediaDevices::audioInputs(), QMediaDevices::defaultAudioInput(), description);
-    if (device.isNull()) {
-        emit micLevelChanged(0);
-        return;
-    }
+    if (device.isNull())
+        return setMicProblem(QStringLiteral("no microphone found"));
     QAudioFormat format;
     format.setSampleRate(8000);
     format.setChannelCount(1);
@@ -304,20 +312,35 @@ void AudioMixer::setMicDevice(const QString& description)
     // Another rate is taken as it comes; only the sample type must be ours.
     if (!device.isFormatSupported(format)) {
         format = device.preferredFormat();
-        if (format.sampleFormat() != QAudioFormat::Int16) {
-            emit micLevelChanged(0);
-            return;
-        }
+        if (format.sampleFormat() != QAudioFormat::Int16)
+            return setMicProblem(QStringLiteral("%1 offers no 16-bit samples").arg(device.description()));
     }
     source = new QAudioSource(device, format, this);
     source->setBufferSize(bytesForMs(format, kSourceBufferMs));
     sourceDevice = source->start();
     if (!sourceDevice || source->error() != QAudio::NoError) {
         dropSource();
-        emit micLevelChanged(0);
-        return;
+        return setMicProblem(QStringLiteral("%1 could not be opened").arg(device.description()));
     }
     connect(sourceDevice, &QIODevice::readyRead, this, &AudioMixer::onSourceReadyRead);
+    // A microphone unplugged or taken away by the sound server stops with an error.
+    connect(source, &QAudioSource::stateChanged, this, [this, name = device.description()](QAudio::State state) {
+        if (state == QAudio::StoppedState && source && source->error() != QAudio::NoError)
+            setMicProblem(QStringLiteral("%1 stopped").arg(name));
+    });
+    setMicProblem({});
+}
+
+void AudioMixer::setMicProblem(const QString& reason)
+{
+    if (!reason.isEmpty()) {
+        emit micLevelChanged(0);
+        qWarning().noquote() << "AudioMixer: microphone unavailable:" << reason;
+    }
+    if (reason == micProblem && reason.isEmpty())
+        return;
+    micProblem = reason;
+    emit micAvailabilityChanged(reason);
 }
 
 void AudioMixer::onSourceReadyRead()

@@ -63,12 +63,16 @@ public:
     bool rxAgcEnabled() const { return rxAgcOn; }
     bool hasSink() const { return sink != nullptr; }
     bool hasSource() const { return source != nullptr; }
+    // Why the microphone could not be opened; empty while it works.
+    QString micUnavailableReason() const { return micProblem; }
 
 signals:
     void nowPlayingChanged(QString modeKey);
     void micLevelChanged(int peakPct);
     void spkLevelChanged(int peakPct);
     void micPcmReady(QByteArray pcm);
+    // The microphone could not be opened (reason), or works again (empty).
+    void micAvailabilityChanged(QString reason);
 
 protected:
     // Seams for tests: the clock, the output stream, and the two timers, which a test may
@@ -92,6 +96,7 @@ private:
     void clearNowPlaying();
     QString configuredSpkDevice() const;
     void onSourceReadyRead();
+    void setMicProblem(const QString& reason);
 
     QString activeMode;
     bool txActive = false;
@@ -108,6 +113,7 @@ private:
     bool micMuted = false;
     bool spkMuted = false;
     bool shuttingDown = false;
+    QString micProblem;
     bool txHalfDuplex = false;
     std::unique_ptr<SinkPort> sink;
     QAudioSource* source = nullptr;

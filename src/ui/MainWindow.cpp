@@ -334,6 +334,12 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
         audioSaveTimer->start();
     });
     connect(&mixer, &zl::audio::AudioMixer::micLevelChanged, micLevel, &QProgressBar::setValue);
+    connect(&mixer, &zl::audio::AudioMixer::micAvailabilityChanged, this, [this](const QString& reason) {
+        if (reason.isEmpty())
+            statusBar()->clearMessage();
+        else
+            statusBar()->showMessage(QStringLiteral("microphone unavailable: %1").arg(reason));
+    });
     connect(&mixer, &zl::audio::AudioMixer::spkLevelChanged, spkLevel, &QProgressBar::setValue);
     connect(micMute, &QPushButton::toggled, this, [this](bool on) { onMuteToggled(micMute, on, true); });
     connect(spkMute, &QPushButton::toggled, this, [this](bool on) { onMuteToggled(spkMute, on, false); });
@@ -649,6 +655,10 @@ QString MainWindow::pttBlockReason() const
         return QStringLiteral("PTT: %1 carries no voice").arg(activeMode);
     if (!page->hasNetworkClient())
         return QStringLiteral("PTT: %1 has no network client").arg(activeMode);
+    // Without a microphone a transmission would carry nothing but silence.
+    const QString micProblem = zl::audio::AudioMixer::instance().micUnavailableReason();
+    if (!micProblem.isEmpty())
+        return QStringLiteral("PTT: microphone unavailable: %1").arg(micProblem);
     if (activeMode != QLatin1String("DMR")) {
         if (!page->isModeConnected() || page->activeRowKey().isEmpty())
             return QStringLiteral("PTT: no %1 link to talk to — connect a row first").arg(activeMode);

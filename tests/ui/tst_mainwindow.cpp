@@ -1,4 +1,5 @@
 #include "M17Reflector.h"
+#include "PulseServer.h"
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
@@ -12,6 +13,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QAudioDevice>
 #include <QCheckBox>
 #include <QDir>
 #include <QFile>
@@ -22,6 +24,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMediaDevices>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -101,6 +104,8 @@ class TestMainWindow : public QObject {
     Q_OBJECT
 
 private:
+    // A sound server with a microphone, started before anything opens an audio device.
+    PulseServer pulse;
     TempConfigHome home;
     // PTT needs a link to talk to: M17 through a loopback reflector.
     M17Reflector reflector;
@@ -420,6 +425,27 @@ private slots:
         QCOMPARE(w.statusBar()->currentMessage(), QString("PTT: no default DMR peer — add one or click a peer row"));
         QCOMPARE(table(w)->rowCount(), 1);
         QCOMPARE(Config::instance().section("lastheard").value("entries").toArray().size(), 1);
+    }
+
+    void microphoneThatCannotOpenRefusesPtt()
+    {
+        QVERIFY(pulse.isRunning());
+        pulse.pactl({"unload-module", "module-remap-source"});
+        QTRY_VERIFY(QMediaDevices::audioInputs().isEmpty());
+        // The sound server moved the open stream elsewhere; a fresh start finds no microphone.
+        zl::audio::AudioMixer::instance().setMicDevice("zl-tone");
+        resetConfig(QJsonObject{{"default_mode", "M17"}, {"callsign", "XX0ABC"}});
+        MainWindow w;
+        QCOMPARE(w.statusBar()->currentMessage(), QString("microphone unavailable: no microphone found"));
+        waitForLink(w);
+        ptt(w)->click();
+        QVERIFY(!ptt(w)->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("PTT: microphone unavailable: no microphone found"));
+        QCOMPARE(table(w)->rowCount(), 0);
+        pulse.pactl({"load-module", "module-remap-source", "master=zl_mic.monitor", "source_name=zl_tone",
+                     "source_properties=device.description=zl-tone"});
+        pulse.pactl({"set-default-source", "zl_tone"});
+        QTRY_VERIFY(!QMediaDevices::audioInputs().isEmpty());
     }
 
     void lastHeardKeepsFiftyNewestFirstAcrossRestart()
