@@ -3,6 +3,8 @@
 #include <QMetaObject>
 #include <QObject>
 
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace zl {
@@ -16,12 +18,21 @@ namespace zl {
 void handOff();
 void takeOver();
 
-// Runs f on target's thread, queued.
+// Runs f on target's thread, queued. f is copied before the hand-over; what Qt carries
+// across is only a pointer to it. (A call whose target goes first is never run, and its
+// copy of f is not freed.)
 template <class F>
 void postTo(QObject* target, F&& f)
 {
+    auto* call = new std::decay_t<F>(std::forward<F>(f));
     handOff();
-    QMetaObject::invokeMethod(target, std::forward<F>(f), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        target,
+        [call] {
+            const std::unique_ptr<std::decay_t<F>> owned(call);
+            (*owned)();
+        },
+        Qt::QueuedConnection);
 }
 
 } // namespace zl

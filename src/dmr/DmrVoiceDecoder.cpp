@@ -76,6 +76,12 @@ void DmrVoiceDecoder::onDmrFrame(const QByteArray& dmrd)
         startStream(header->streamId);
     }
     lastFrameMs = nowMs();
+    if (zl::hw::Dv3000* next = zl::hw::Dv3000Pool::instance()->replaceIfBroken(chip, kAmbeRate); next != chip) {
+        disconnect(chip, &zl::hw::Dv3000::pcmFrameReady, this, &DmrVoiceDecoder::onChipPcmFrame);
+        chip = next;
+        if (chip)
+            connect(chip, &zl::hw::Dv3000::pcmFrameReady, this, &DmrVoiceDecoder::onChipPcmFrame, Qt::DirectConnection);
+    }
     if (!chip || dmrd.size() < kDmrdMinBurstSize)
         return;
 

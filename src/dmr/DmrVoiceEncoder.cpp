@@ -137,6 +137,13 @@ void DmrVoiceEncoder::paceTick()
         ++paceSkip;
         return;
     }
+    if (zl::hw::Dv3000* next = zl::hw::Dv3000Pool::instance()->replaceIfBroken(chip, kAmbeRate); next != chip) {
+        disconnect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame);
+        chip = next;
+        if (!chip)
+            return;
+        connect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame, Qt::DirectConnection);
+    }
     ++paceSent;
     const QByteArray frame = pcm.left(kSpeechFrameBytes);
     pcm.remove(0, kSpeechFrameBytes);
@@ -211,8 +218,10 @@ void DmrVoiceEncoder::stopStream()
         link->sendVoiceTerminator(slot, srcId, dstId, streamId, frameSeq, privateCall);
         ++frameSeq;
     }
-    disconnect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame);
-    zl::hw::Dv3000Pool::instance()->release(chip);
+    if (chip) {
+        disconnect(chip, &zl::hw::Dv3000::ambeFrameReady, this, &DmrVoiceEncoder::onChipAmbeFrame);
+        zl::hw::Dv3000Pool::instance()->release(chip);
+    }
     chip = nullptr;
     ambe.clear();
     pcm.clear();

@@ -143,6 +143,22 @@ void Dv3000Pool::release(Dv3000* chip)
     emit changed();
 }
 
+Dv3000* Dv3000Pool::replaceIfBroken(Dv3000* chip, int rate)
+{
+    {
+        const std::lock_guard lock(mutex);
+        const Chip* each = find(chip);
+        if (!each || !each->broken)
+            return chip;
+    }
+    const QString was = locationOf(chip);
+    release(chip);
+    Dv3000* next = acquire(rate);
+    qInfo().noquote() << "Dv3000Pool: the lease of failed" << was << "moves to"
+                      << (next ? locationOf(next) : QStringLiteral("no other chip"));
+    return next;
+}
+
 void Dv3000Pool::prewarm(int rate)
 {
     const std::lock_guard lock(mutex);

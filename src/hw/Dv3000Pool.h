@@ -34,6 +34,9 @@ public:
     // the worker before anything the caller posts to it afterwards.
     Dv3000* acquire(int rate);
     void release(Dv3000* chip);
+    // The chip itself while it works. One that has failed goes back, and the next free chip
+    // (the software vocoder at last) is lent at the rate instead, or null if there is none.
+    Dv3000* replaceIfBroken(Dv3000* chip, int rate);
     // Sets the rate on the first ready chip ahead of time, without lending it.
     void prewarm(int rate);
     int readyCount() const;

@@ -31,6 +31,17 @@ bool VocoderLease::acquire(const QString& what)
     return held != nullptr;
 }
 
+bool VocoderLease::moveIfFailed(const QString& what)
+{
+    Dv3000* next = held ? pool->replaceIfBroken(held, kAmbeRate) : nullptr;
+    if (next == held)
+        return false;
+    held = next;
+    pcmBuffer.clear();
+    qInfo().noquote() << what << (held ? "moved to another chip" : "lost its chip (no other AMBE chip)");
+    return held != nullptr;
+}
+
 void VocoderLease::release()
 {
     pcmBuffer.clear();

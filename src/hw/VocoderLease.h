@@ -20,6 +20,9 @@ public:
     // Leases a chip at rate 33 unless one is held, and logs "<what> acquired" or
     // "<what> (none — no AMBE stick)". True when a chip is newly held.
     bool acquire(const QString& what);
+    // When the held chip has failed, its lease moves to the next free chip. True when a new
+    // chip is held, whose signals the user connects as after acquire.
+    bool moveIfFailed(const QString& what);
     void release();
     Dv3000* chip() const { return held; }
 

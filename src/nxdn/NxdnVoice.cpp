@@ -53,8 +53,11 @@ void NxdnVoice::startTx()
 
 void NxdnVoice::pushMicPcm(const QByteArray& pcm)
 {
-    if (txActive)
-        txChip.pushSpeech(pcm);
+    if (!txActive)
+        return;
+    if (txChip.moveIfFailed(QStringLiteral("NxdnVoice: TX chip")))
+        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &NxdnVoice::onTxAmbe);
+    txChip.pushSpeech(pcm);
 }
 
 void NxdnVoice::onTxAmbe(const QByteArray& frame)
@@ -116,7 +119,8 @@ void NxdnVoice::onNetworkFrame(const QByteArray& nxdnd43)
         emit talkerStart(rxSource);
     }
     if (!(frame.flags & flags::kData)) {
-        if (rxChip.acquire(QStringLiteral("NxdnVoice: RX chip")))
+        if (rxChip.acquire(QStringLiteral("NxdnVoice: RX chip")) ||
+            rxChip.moveIfFailed(QStringLiteral("NxdnVoice: RX chip")))
             connect(rxChip.chip(), &zl::hw::Dv3000::pcmFrameReady, this, &NxdnVoice::pcmReady);
         // Header frames take this path too: their FACCH bits play as a short burst.
         for (int slot = 0; slot < kAmbePerBlock; ++slot)

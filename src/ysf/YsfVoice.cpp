@@ -58,8 +58,11 @@ void YsfVoice::startTx()
 
 void YsfVoice::pushMicPcm(const QByteArray& pcm)
 {
-    if (txActive)
-        txChip.pushSpeech(pcm);
+    if (!txActive)
+        return;
+    if (txChip.moveIfFailed(QStringLiteral("YsfVoice: TX chip")))
+        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &YsfVoice::onTxAmbe);
+    txChip.pushSpeech(pcm);
 }
 
 void YsfVoice::onTxAmbe(const QByteArray& frame)
@@ -131,7 +134,7 @@ void YsfVoice::onNetworkFrame(const QByteArray& ysfd155)
         rxTalking = true;
         emit talkerStart(rxSource);
     }
-    if (rxChip.acquire(QStringLiteral("YsfVoice: RX chip")))
+    if (rxChip.acquire(QStringLiteral("YsfVoice: RX chip")) || rxChip.moveIfFailed(QStringLiteral("YsfVoice: RX chip")))
         connect(rxChip.chip(), &zl::hw::Dv3000::pcmFrameReady, this, &YsfVoice::pcmReady);
     for (int i = 0; i < kVoiceFieldsPerFrame; ++i)
         rxChip.postChannel(voiceFieldToChipFrame(frame.payload.mid(voiceFieldOffset(i), kVoiceFieldSize)));

@@ -22,29 +22,32 @@
 
 namespace kit {
 
-// Every log line of every thread while alive; the previous handler still sees them.
+// Every log line of every thread while alive; the previous handler still sees them. One lock
+// guards the capture in use and its lines, so a capture never goes while a handler writes.
 class LogCapture {
 public:
     LogCapture()
     {
+        const std::lock_guard lock(mutex());
         current() = this;
         previous = qInstallMessageHandler(&LogCapture::handle);
     }
     ~LogCapture()
     {
+        const std::lock_guard lock(mutex());
         qInstallMessageHandler(previous);
         current() = nullptr;
     }
     QStringList lines() const
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex());
         return captured;
     }
     QStringList matching(const QString& part) const { return lines().filter(part); }
     // Wall-clock time of the first line containing part, 0 if none.
     qint64 timeOf(const QString& part) const
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex());
         for (qsizetype i = 0; i < captured.size(); ++i) {
             if (captured.at(i).contains(part))
                 return times.at(i);
@@ -54,7 +57,7 @@ public:
     bool contains(const QString& part) const { return !matching(part).isEmpty(); }
     void clear()
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(mutex());
         captured.clear();
         times.clear();
     }
@@ -65,21 +68,27 @@ private:
         static LogCapture* instance = nullptr;
         return instance;
     }
+    static std::mutex& mutex()
+    {
+        static std::mutex lock;
+        return lock;
+    }
     static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text)
     {
-        LogCapture* self = current();
-        if (!self)
-            return;
+        QtMessageHandler passOn = nullptr;
         {
-            const std::lock_guard lock(self->mutex);
+            const std::lock_guard lock(mutex());
+            LogCapture* self = current();
+            if (!self)
+                return;
             self->captured.append(text);
             self->times.append(QDateTime::currentMSecsSinceEpoch());
+            passOn = self->previous;
         }
-        if (type != QtDebugMsg && self->previous)
-            self->previous(type, context, text);
+        if (type != QtDebugMsg && passOn)
+            passOn(type, context, text);
     }
 
-    mutable std::mutex mutex;
     QStringList captured;
     QList<qint64> times;
     QtMessageHandler previous = nullptr;

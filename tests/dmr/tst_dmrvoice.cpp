@@ -4,12 +4,15 @@
 #include "TempConfigHome.h"
 #include "ThreadedTestMain.h"
 #include "VoiceTestKit.h"
+#include "app/ThreadHandOff.h"
 #include "dmr/DmrPeerClient.h"
 #include "dmr/DmrVoiceDecoder.h"
 #include "dmr/DmrVoiceEncoder.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTimer>
 
@@ -105,8 +108,7 @@ DmrVoiceEncoder* encoderOnWorker(DmrPeerClient* client)
 
 void feed(DmrVoiceEncoder* encoder, const QByteArray& pcm)
 {
-    QMetaObject::invokeMethod(
-        encoder, [encoder, pcm] { encoder->feedPcm(pcm); }, Qt::QueuedConnection);
+    zl::postTo(encoder, [encoder, pcm] { encoder->feedPcm(pcm); });
 }
 
 // Feeds PCM in 20 ms blocks at the microphone's pace, as the mixer does.
@@ -171,6 +173,91 @@ private slots:
     void initTestCase() { QVERIFY(chips.start(2)); }
 
     void cleanup() { QTRY_COMPARE(kit::ChipFarm::pool()->leasedCount(), 0); }
+
+    // A chip that stops answering mid-stream is failed after ten lost answers, and the
+    // stream goes on on the other chip.
+    void failedChipHandsTheStreamToTheNext()
+    {
+        kit::LogCapture log;
+        auto* decoder = new DmrVoiceDecoder;
+        decoder->moveToThread(kit::ChipFarm::worker());
+        std::atomic<int> frames{0};
+        connect(
+            decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+        const QByteArray burst = kit::toneBurst(6000, 1000);
+        const int before = chips.chip(0).packetsReceived(1);
+        auto play = [&](quint8 seq) {
+            kit::onWorker(decoder, [&, seq] {
+                decoder->onDmrFrame(kit::dmrd(seq, kSrc, kTg, quint8(seq == 0 ? 0x10 : seq % 6), 0x99, burst));
+            });
+        };
+        play(0);
+        QTRY_COMPARE(frames.load(), 3);
+        SimulatedAmbeChip& used = chips.chip(0).packetsReceived(1) > before ? chips.chip(0) : chips.chip(1);
+        used.dropReplies(12);
+        // The stream goes on, a burst every 200 ms, while the answers are found missing.
+        quint8 seq = 1;
+        QElapsedTimer waited;
+        waited.start();
+        while (kit::ChipFarm::pool()->readyCount() != 1 && waited.elapsed() < 8000) {
+            play(seq++);
+            QTest::qWait(200);
+        }
+        QCOMPARE(kit::ChipFarm::pool()->readyCount(), 1);
+        const int heard = frames.load();
+        for (int i = 0; i < 3; ++i)
+            play(seq++);
+        QTRY_COMPARE(frames.load(), heard + 9);
+        QVERIFY(log.contains("Dv3000Pool: the lease of failed udp://127.0.0.1:"));
+        kit::deleteOnWorker(decoder);
+        // The failed chip is replaced at the next rescan, for the cases that follow.
+        kit::ChipFarm::pool()->rescan();
+        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 2, 5000);
+    }
+
+    // Chips come and go, peer A stops and starts, transmissions through it start and stop,
+    // all while the master plays a call to each peer. Nothing may crash or race (the
+    // ThreadSanitizer run has this suite); at the end every lease is back.
+    void rescansRestartsAndTransmissionsWhileTwoStreamsDecode()
+    {
+        Peers peers;
+        QVERIFY(peers.login());
+        zl::Config& config = zl::Config::instance();
+        const QJsonObject hardware = config.section("hardware");
+        QJsonObject withSpare = hardware;
+        SimulatedAmbeChip spare;
+        QJsonArray servers = hardware.value("ambe_servers").toArray();
+        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", spare.listenUdp()}, {"enabled", true}});
+        withSpare.insert("ambe_servers", servers);
+        const QByteArray burst = kit::toneBurst(8000, 1000);
+        for (int round = 0; round < 12; ++round) {
+            for (quint8 i = 0; i < 6; ++i) {
+                const quint8 flags = quint8(0x80 | (i == 0 ? 0x10 : 0) | i);
+                peers.master.sendToPeer(kPeerA,
+                                        kit::dmrd(i, kSrc + 1, kTg, flags, 0x61000000u + quint32(round), burst));
+                peers.master.sendToPeer(kPeerB,
+                                        kit::dmrd(i, kSrc + 2, kTg, flags, 0x62000000u + quint32(round), burst));
+            }
+            DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
+            zl::postTo(encoder, [encoder] { encoder->startStream(2, kSrc, kTg, false); });
+            feed(encoder, tones({1000}, 5));
+            config.setSection("hardware", round % 2 ? withSpare : hardware);
+            kit::ChipFarm::pool()->rescan();
+            if (round % 3 == 1)
+                peers.a.stop();
+            else if (round % 3 == 2)
+                peers.a.start();
+            QTest::qWait(30);
+            zl::postTo(encoder, [encoder] {
+                encoder->stopStream();
+                delete encoder;
+            });
+        }
+        config.setSection("hardware", hardware);
+        kit::ChipFarm::pool()->rescan();
+        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->leasedCount(), 0, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 2, 5000);
+    }
 
     void decoderHeaderAloneTakesNoChipAndShortFramesDecodeNothing()
     {
