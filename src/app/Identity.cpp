@@ -204,6 +204,24 @@ QString modeHeading(const QString& mode)
     return headings.value(mode, mode);
 }
 
+QString modeTitle(const QString& mode)
+{
+    static const QHash<QString, QString> titles = {
+        {QStringLiteral("allstar"), QStringLiteral("AllStar")},
+        {QStringLiteral("aprs"), QStringLiteral("APRS")},
+        {QStringLiteral("dmr"), QStringLiteral("DMR")},
+        {QStringLiteral("dstar"), QStringLiteral("D-STAR")},
+        {QStringLiteral("echolink"), QStringLiteral("Echolink")},
+        {QStringLiteral("m17"), QStringLiteral("M17")},
+        {QStringLiteral("nxdn"), QStringLiteral("NXDN")},
+        {QStringLiteral("p25"), QStringLiteral("P25")},
+        {QStringLiteral("pocsag"), QStringLiteral("POCSAG")},
+        {QStringLiteral("svxlink"), QStringLiteral("SvxLink")},
+        {QStringLiteral("ysf"), QStringLiteral("YSF")},
+    };
+    return titles.value(mode, mode);
+}
+
 QString printableCallsign(const QString& raw)
 {
     QString out;

@@ -43,5 +43,7 @@ QString printableCallsign(const QString& raw);
 QStringList allModeKeys();
 QStringList fieldLabels(const QString& mode);
 QString modeHeading(const QString& mode);
+// The mode's short name, as on its settings tab: "DMR", "D-STAR", "Echolink" …
+QString modeTitle(const QString& mode);
 
 } // namespace zl

@@ -4,6 +4,7 @@
 #include "dmr/DmrPeerManager.h"
 #include "dmr/Peer.h"
 #include "ui/DmrPeerRow.h"
+#include "ui/SettingsDialog.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -123,6 +124,9 @@ void DmrModePage::refreshRows()
             connect(row, &zl::ui::DmrPeerRow::clickedAsDefault, this, [this](const QString& label) {
                 zl::dmr::setDefaultPeerLabel(label);
                 refreshRows();
+            });
+            connect(row, &zl::ui::DmrPeerRow::editRequested, this, [this](const QString& label) {
+                SettingsDialog::openOnTab(window(), QStringLiteral("dmr"), label);
             });
         }
         row->setDefault(peer.label == chosen);

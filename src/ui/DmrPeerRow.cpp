@@ -36,8 +36,7 @@ DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(par
         QStringLiteral("GC = group call to the TG. PC = private call: the field is the other station's DMR ID."));
     editButton = new QPushButton(QStringLiteral("Edit"));
     editButton->setProperty("variant", QStringLiteral("ghost"));
-    // Peers are edited in the settings dialog, which is not part of the program yet.
-    editButton->setEnabled(false);
+    editButton->setToolTip(QStringLiteral("Edit this peer in Settings."));
     layout->addWidget(dot);
     layout->addWidget(marker);
     layout->addWidget(name, 2);

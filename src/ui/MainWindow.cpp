@@ -18,6 +18,7 @@
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
+#include "ui/SettingsDialog.h"
 #include "ui/SvxLinkModePage.h"
 #include "ui/YsfModePage.h"
 
@@ -363,15 +364,18 @@ void MainWindow::buildToolBar()
     QToolBar* bar = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("mainToolBar"));
     bar->setMovable(false);
-    // Settings, database refresh and the sound test need windows that come later; their
-    // actions are shown but not yet enabled.
+    // The database refresh and the sound test come with their own windows; their actions are
+    // shown but not yet enabled.
     QAction* settings = bar->addAction(QStringLiteral("⚙ Settings"), this, &MainWindow::openSettings);
-    settings->setCheckable(true);
-    settings->setEnabled(false);
+    settings->setObjectName(QStringLiteral("settingsAction"));
+    settings->setToolTip(QStringLiteral("Callsigns, identities, peers, reflectors, audio and hardware."));
     QAction* update = bar->addAction(QStringLiteral("↻ Update DBs"), this, &MainWindow::updateDatabases);
+    update->setToolTip(QStringLiteral("Download the host lists and the user and talkgroup databases again."));
     update->setEnabled(false);
-    bar->addAction(QStringLiteral("ℹ About"), this, &MainWindow::showAbout);
+    QAction* about = bar->addAction(QStringLiteral("ℹ About"), this, &MainWindow::showAbout);
+    about->setToolTip(QStringLiteral("Version, licence and where the log files are."));
     QAction* soundTest = bar->addAction(QStringLiteral("🔊 Sound Test"));
+    soundTest->setToolTip(QStringLiteral("Play a tone and record the microphone to check the audio."));
     soundTest->setCheckable(true);
     soundTest->setEnabled(false);
 }
@@ -476,6 +480,7 @@ void MainWindow::updateDmrStatus()
 
 void MainWindow::openSettings()
 {
+    SettingsDialog::showSingleton(this);
 }
 
 void MainWindow::updateDatabases()

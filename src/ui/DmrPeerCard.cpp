@@ -1,0 +1,201 @@
+#include "ui/DmrPeerCard.h"
+
+#include "app/Identity.h"
+#include "dmr/DmrPeerManager.h"
+#include "ui/FieldCheck.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace {
+
+QString checkServer(const QString& text)
+{
+    const QString value = text.trimmed();
+    const qsizetype colon = value.lastIndexOf(u':');
+    if (colon < 0)
+        return zl::ui::checkHost(value);
+    const QString host = zl::ui::checkHost(value.left(colon));
+    return host.isEmpty() ? zl::ui::checkPort(value.mid(colon + 1)) : host;
+}
+
+} // namespace
+
+DmrPeerCard::DmrPeerCard(QWidget* parent)
+    : QWidget(parent), identity(new QComboBox), duplex(new QCheckBox(QStringLiteral("Duplex (repeater offset)"))),
+      autoConnect(new QCheckBox(QStringLiteral("Auto-connect"))), statusDot(new QLabel(QStringLiteral("●"))),
+      statusText(new QLabel)
+{
+    auto* layout = new QVBoxLayout(this);
+    auto* top = new QHBoxLayout;
+    auto* back = new QPushButton(QStringLiteral("← Back to peers list"));
+    back->setObjectName(QStringLiteral("peerBack"));
+    top->addWidget(back);
+    top->addStretch();
+    top->addWidget(statusDot);
+    top->addWidget(statusText);
+    layout->addLayout(top);
+
+    auto* form = new QFormLayout;
+    label = field(QStringLiteral("peerLabel"), QStringLiteral("Label"), form);
+    identity->setObjectName(QStringLiteral("peerIdentity"));
+    form->addRow(QStringLiteral("Identity"), identity);
+    callsign = field(QStringLiteral("peerCallsign"), QStringLiteral("Callsign"), form);
+    zl::ui::addFieldCheck(callsign, form, zl::ui::checkCallsign);
+    dmrId = field(QStringLiteral("peerDmrId"), QStringLiteral("DMR-ID"), form);
+    zl::ui::addFieldCheck(dmrId, form, zl::ui::checkDmrId);
+    essid = field(QStringLiteral("peerEssid"), QStringLiteral("ESSID"), form);
+    network = field(QStringLiteral("peerNetwork"), QStringLiteral("Network"), form);
+    server = field(QStringLiteral("peerServer"), QStringLiteral("Master (host:port)"), form);
+    zl::ui::addFieldCheck(server, form, checkServer);
+    password = field(QStringLiteral("peerPassword"), QStringLiteral("Password"), form);
+    password->setEchoMode(QLineEdit::Password);
+    QAction* show = password->addAction(QIcon(), QLineEdit::TrailingPosition);
+    show->setText(QStringLiteral("show"));
+    show->setCheckable(true);
+    connect(show, &QAction::toggled, password,
+            [this](bool on) { password->setEchoMode(on ? QLineEdit::Normal : QLineEdit::Password); });
+    activeTg = field(QStringLiteral("peerTg"), QStringLiteral("Talkgroup"), form);
+    rxFreq = field(QStringLiteral("peerRxFreq"), QStringLiteral("RX frequency (Hz)"), form);
+    txFreq = field(QStringLiteral("peerTxFreq"), QStringLiteral("TX frequency (Hz)"), form);
+    duplex->setObjectName(QStringLiteral("peerDuplex"));
+    autoConnect->setObjectName(QStringLiteral("peerAutoConnect"));
+    form->addRow(duplex);
+    form->addRow(autoConnect);
+    layout->addLayout(form);
+    auto* remove = new QPushButton(QStringLiteral("Delete peer…"));
+    layout->addWidget(remove, 0, Qt::AlignLeft);
+    layout->addStretch();
+
+    connect(back, &QPushButton::clicked, this, &DmrPeerCard::backRequested);
+    connect(remove, &QPushButton::clicked, this, &DmrPeerCard::onDeleteClicked);
+    connect(identity, &QComboBox::currentIndexChanged, this, &DmrPeerCard::onIdentityPicked);
+    connect(duplex, &QCheckBox::toggled, this, &DmrPeerCard::onDuplexToggled);
+    connect(autoConnect, &QCheckBox::toggled, this, &DmrPeerCard::onAnyFieldChanged);
+    connect(&zl::dmr::DmrPeerManager::instance(), &zl::dmr::DmrPeerManager::changed, this, &DmrPeerCard::updateStatus);
+}
+
+QLineEdit* DmrPeerCard::field(const QString& name, const QString& text, QFormLayout* form)
+{
+    auto* edit = new QLineEdit;
+    edit->setObjectName(name);
+    form->addRow(text, edit);
+    connect(edit, &QLineEdit::textEdited, this, &DmrPeerCard::onAnyFieldChanged);
+    return edit;
+}
+
+void DmrPeerCard::setPeer(const zl::dmr::Peer& p, const QList<zl::Identity>& identities)
+{
+    filling = true;
+    peer = p;
+    offered = identities;
+    label->setText(p.label);
+    identity->clear();
+    identity->addItem(QStringLiteral("(none — type values below)"));
+    for (const zl::Identity& each : std::as_const(offered))
+        identity->addItem(zl::identityDisplayText(each), each.label);
+    const int picked = identity->findData(p.identity_label);
+    identity->setCurrentIndex(picked < 0 ? 0 : picked);
+    callsign->setText(p.callsign_override);
+    dmrId->setText(p.dmrid_override);
+    bool ok = false;
+    const int essidValue = p.essid_override.toInt(&ok);
+    essid->setText(ok ? QStringLiteral("%1").arg(essidValue, 2, 10, QLatin1Char('0')) : p.essid_override);
+    network->setText(p.network);
+    server->setText(p.server);
+    password->setText(p.password);
+    activeTg->setText(p.active_tg ? QString::number(p.active_tg) : QString());
+    rxFreq->setText(QString::number(p.rx_freq));
+    txFreq->setText(QString::number(p.tx_freq));
+    duplex->setChecked(p.duplex);
+    autoConnect->setChecked(p.auto_connect);
+    filling = false;
+    updateStatus();
+}
+
+zl::dmr::Peer DmrPeerCard::currentPeer() const
+{
+    zl::dmr::Peer p = peer;
+    p.label = label->text().trimmed();
+    if (p.label.isEmpty())
+        p.label = QStringLiteral("(unnamed peer)");
+    p.identity_label = identity->currentData().toString();
+    p.callsign_override = callsign->text().trimmed().toUpper();
+    p.dmrid_override = dmrId->text().trimmed();
+    p.essid_override = essid->text().trimmed();
+    p.network = network->text().trimmed();
+    p.server = server->text().trimmed();
+    p.password = password->text();
+    p.active_tg = activeTg->text().trimmed().toUInt();
+    p.rx_freq = rxFreq->text().trimmed().toUInt();
+    p.tx_freq = txFreq->text().trimmed().toUInt();
+    p.duplex = duplex->isChecked();
+    p.auto_connect = autoConnect->isChecked();
+    return p;
+}
+
+void DmrPeerCard::onIdentityPicked(int comboIndex)
+{
+    if (filling || comboIndex <= 0)
+        return onAnyFieldChanged();
+    // An identity's values become the peer's own, free to change afterwards.
+    const QString chosen = identity->itemData(comboIndex).toString();
+    for (const zl::Identity& each : std::as_const(offered)) {
+        if (each.label != chosen)
+            continue;
+        callsign->setText(each.callsign);
+        dmrId->setText(each.id_field);
+        essid->setText(each.essid);
+    }
+    onAnyFieldChanged();
+}
+
+void DmrPeerCard::onAnyFieldChanged()
+{
+    if (filling)
+        return;
+    peer = currentPeer();
+    emit peerChanged(peer);
+}
+
+void DmrPeerCard::onDuplexToggled(bool on)
+{
+    if (!filling && !on)
+        txFreq->setText(rxFreq->text());
+    onAnyFieldChanged();
+}
+
+void DmrPeerCard::onDeleteClicked()
+{
+    const auto answer = QMessageBox::question(
+        this, QStringLiteral("Delete peer"),
+        QStringLiteral("Delete DMR peer \"%1\"?\nThis stops any running connection.").arg(peer.label));
+    if (answer == QMessageBox::Yes)
+        emit deleteRequested();
+}
+
+void DmrPeerCard::updateStatus()
+{
+    const zl::dmr::DmrPeerClient* client = zl::dmr::DmrPeerManager::instance().clientFor(peer.label);
+    QString colour = QStringLiteral("#555");
+    QString text = peer.auto_connect ? QStringLiteral("starting…") : QStringLiteral("disabled (Auto-connect off)");
+    if (client) {
+        const auto state = client->state();
+        colour = state == zl::dmr::DmrPeerClient::Running  ? QStringLiteral("#39c34a")
+                 : state == zl::dmr::DmrPeerClient::Failed ? QStringLiteral("#ff5050")
+                 : state >= zl::dmr::DmrPeerClient::Resolving && state <= zl::dmr::DmrPeerClient::WaitingConfig
+                     ? QStringLiteral("#e0b020")
+                     : QStringLiteral("#888");
+        text = client->stateText();
+    }
+    statusDot->setStyleSheet(QStringLiteral("color:%1; font-size:16px;").arg(colour));
+    statusText->setText(text);
+}
