@@ -1,10 +1,12 @@
 #include "dmr/DmrPeerManager.h"
 
 #include "app/Config.h"
+#include "app/TimeScale.h"
 #include "dmr/Peer.h"
 #include "hw/Dv3000Pool.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QSet>
 
 #include <utility>
@@ -50,6 +52,14 @@ DmrPeerClient* DmrPeerManager::spawn(const DmrPeerClient::Profile& profile)
 {
     auto* client = new DmrPeerClient(this);
     client->setProfile(profile);
+    if (const int scale = zl::timeScale(); scale > 1) {
+        static QElapsedTimer since = [] {
+            QElapsedTimer t;
+            t.start();
+            return t;
+        }();
+        client->setClockForTests([scale] { return since.elapsed() * scale; }, scale);
+    }
     const QString label = profile.label;
     const QString network = profile.networkName;
     connect(client, &DmrPeerClient::stateChanged, this, &DmrPeerManager::changed);

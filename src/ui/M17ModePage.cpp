@@ -2,6 +2,7 @@
 
 #include "app/Config.h"
 #include "app/Identity.h"
+#include "app/TimeScale.h"
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "m17/M17Client.h"
@@ -215,6 +216,8 @@ M17Client* M17ModePage::clientFor(const QString& key)
     if (M17Client* client = clients.value(key))
         return client;
     auto* client = new M17Client(this);
+    if (const int scale = zl::timeScale(); scale > 1)
+        client->setTiming({10000 / scale, 30000 / scale, scale});
     clients.insert(key, client);
     connect(client, &M17Client::stateChanged, this,
             [this, key](M17Client::State state) { onClientState(key, int(state)); });

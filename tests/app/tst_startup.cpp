@@ -211,6 +211,50 @@ private slots:
         QVERIFY2(!tail.contains("[warning]") && !tail.contains("[error]"), qPrintable(tail));
     }
 
+    // A master and a reflector that go quiet for 70 s (the program's clocks run 20 times
+    // faster here) are found again when they come back, without any user action.
+    void linksComeBackAfterAMinuteOfSilence()
+    {
+        HomebrewMaster master;
+        M17Reflector m17;
+        QVERIFY(master.listen());
+        master.addPeer(240000101, "pw");
+        ProgramSandbox box(QStringLiteral("build"));
+        QVERIFY(box.isValid());
+        const QJsonObject peer{{"label", "Home"},
+                               {"network", "Loop"},
+                               {"server", QStringLiteral("127.0.0.1:%1").arg(master.port())},
+                               {"callsign_override", "XX0ABC"},
+                               {"dmrid_override", "2400001"},
+                               {"essid_override", "01"},
+                               {"password", "pw"},
+                               {"auto_connect", true}};
+        const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}}};
+        box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
+                                    {"identities", QJsonObject{{"m17", me}}},
+                                    {"m17", reflectorSection(m17.port())}});
+        qputenv("ZL_TIME_SCALE", "20");
+        box.start();
+        qunsetenv("ZL_TIME_SCALE");
+        QTRY_VERIFY_WITH_TIMEOUT(master.isLoggedIn(240000101), kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(m17.clients().size(), 1, kStartTimeoutMs);
+        const auto connects = [&m17] {
+            return std::count_if(m17.received.begin(), m17.received.end(),
+                                 [](const QByteArray& d) { return d.startsWith("CONN"); });
+        };
+        const qsizetype configs = master.receivedWith("RPTC").size();
+        const qsizetype links = connects();
+
+        master.setSilent(true);
+        m17.setSilent(true);
+        QTest::qWait(70000 / 20);
+        master.setSilent(false);
+        m17.setSilent(false);
+        QTRY_VERIFY_WITH_TIMEOUT(master.receivedWith("RPTC").size() > configs, kStartTimeoutMs);
+        QTRY_VERIFY_WITH_TIMEOUT(connects() > links, kStartTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(m17.clients().size(), 1, kStartTimeoutMs);
+    }
+
     void damagedConfigIsKeptAndReported_data()
     {
         QTest::addColumn<QByteArray>("bytes");
