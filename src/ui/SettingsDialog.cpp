@@ -4,6 +4,7 @@
 #include "app/StyleSheet.h"
 #include "ui/DmrSettingsTab.h"
 #include "ui/GeneralSettingsTab.h"
+#include "ui/ModeSettingsTab.h"
 
 #include <QCloseEvent>
 #include <QDialogButtonBox>
@@ -27,6 +28,10 @@ QWidget* placeholder(const QString& what)
     label->setWordWrap(true);
     return label;
 }
+
+// Modes whose servers come from the server registry; their own tabs come later.
+const QStringList kServerModes = {QStringLiteral("dstar"), QStringLiteral("m17"), QStringLiteral("nxdn"),
+                                  QStringLiteral("p25"), QStringLiteral("ysf")};
 
 struct TabEntry {
     const char* title;
@@ -86,6 +91,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             auto* dmr = new DmrSettingsTab;
             dmr->setIdentitySource([general] { return general->identitiesOf(QStringLiteral("dmr")); });
             tab = dmr;
+        } else if (const QString key = QString::fromLatin1(entry.key); kServerModes.contains(key)) {
+            tab = new ModeSettingsTab(title, key, QStringLiteral("The %1 servers the %1 page offers.").arg(title));
         } else {
             tab = placeholder(title);
         }
@@ -129,8 +136,11 @@ void SettingsDialog::setDirty(bool on)
 void SettingsDialog::commitAll()
 {
     // In tab order; each tab writes its sections and saves. One announcement for all of them.
-    for (int i = 0; i < tabs->count(); ++i)
-        QMetaObject::invokeMethod(tabs->widget(i), "commit", Qt::DirectConnection);
+    for (int i = 0; i < tabs->count(); ++i) {
+        QWidget* tab = tabs->widget(i);
+        if (tab->metaObject()->indexOfMethod("commit()") >= 0)
+            QMetaObject::invokeMethod(tab, "commit", Qt::DirectConnection);
+    }
     emit zl::Config::instance().configChanged();
     setDirty(false);
 }
@@ -138,8 +148,9 @@ void SettingsDialog::commitAll()
 bool SettingsDialog::returnToListIfEditing()
 {
     bool wasEditing = false;
-    QMetaObject::invokeMethod(tabs->currentWidget(), "returnToListIfEditing", Qt::DirectConnection,
-                              Q_RETURN_ARG(bool, wasEditing));
+    QWidget* tab = tabs->currentWidget();
+    if (tab->metaObject()->indexOfMethod("returnToListIfEditing()") >= 0)
+        QMetaObject::invokeMethod(tab, "returnToListIfEditing", Qt::DirectConnection, Q_RETURN_ARG(bool, wasEditing));
     return wasEditing;
 }
 

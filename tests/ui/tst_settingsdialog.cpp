@@ -1,5 +1,6 @@
 // The settings dialog as a new user meets it: everything through the widgets, offscreen.
 #include "HomebrewMaster.h"
+#include "M17Reflector.h"
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
@@ -9,6 +10,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -17,6 +19,7 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTabWidget>
 #include <QTest>
 #include <QTimer>
@@ -138,6 +141,43 @@ private slots:
         auto* row = w.findChild<QWidget*>("peerRow_Home");
         QVERIFY(row);
         QTRY_VERIFY(row->findChild<QLabel*>()->styleSheet().contains("#39c34a"));
+    }
+
+    // The same for M17: an identity, a reflector of the user's own, and the row links.
+    void newUserAddsAnM17Reflector()
+    {
+        M17Reflector reflector;
+        MainWindow w;
+        w.show();
+        SettingsDialog* dialog = SettingsDialog::openOnTab(&w, "m17");
+        selectTab(dialog, "General");
+        auto* mode = dialog->findChild<QComboBox*>("identityMode");
+        mode->setCurrentIndex(mode->findData("m17"));
+        onNextModal([](QWidget* editor) {
+            type(editor, "identityField0", "Home");
+            type(editor, "identityField1", "xx0abc");
+            static_cast<QDialog*>(editor)->accept();
+        });
+        click(dialog, "identityAdd");
+        QTRY_COMPARE(dialog->findChild<QListWidget*>("identityList")->count(), 1);
+        selectTab(dialog, "M17");
+        auto* tab = dialog->findChild<QWidget*>("modeTab_m17");
+        click(tab, "addServer");
+        type(tab, "serverName", "Loop");
+        type(tab, "serverHost", "127.0.0.1");
+        type(tab, "serverPort", QString::number(reflector.port()));
+        auto* ok = dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok);
+        QTest::mouseClick(ok, Qt::LeftButton);
+        QVERIFY(dialog->isVisible());
+        QTest::mouseClick(ok, Qt::LeftButton);
+        QVERIFY(!dialog->isVisible());
+
+        // The reflector is a row of the M17 page; switching it on links.
+        w.selectMode("M17");
+        QWidget* row = nullptr;
+        QTRY_VERIFY((row = w.findChildren<QWidget*>(QRegularExpression("^m17Row_")).value(0)));
+        QTest::mouseClick(row->findChild<QCheckBox*>(), Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(reflector.clients().size(), 1, kLoginMs);
     }
 
     // Closing with unsaved changes asks; Cancel stays, Discard drops, Save keeps.
