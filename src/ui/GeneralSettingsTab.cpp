@@ -4,6 +4,7 @@
 #include "ui/IdentityEditorDialog.h"
 
 #include <QButtonGroup>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -11,6 +12,7 @@
 #include <QKeyEvent>
 #include <QKeySequence>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
@@ -27,7 +29,8 @@ QJsonObject general()
 } // namespace
 
 GeneralSettingsTab::GeneralSettingsTab(QWidget* parent)
-    : QWidget(parent), pttKeyButton(new QPushButton), identityMode(new QComboBox), identityList(new QListWidget)
+    : QWidget(parent), pttKeyButton(new QPushButton), identityMode(new QComboBox), identityList(new QListWidget),
+      logEnabled(new QCheckBox(QStringLiteral("Write a log file"))), logDir(new QLineEdit)
 {
     auto* layout = new QVBoxLayout(this);
 
@@ -100,6 +103,19 @@ GeneralSettingsTab::GeneralSettingsTab(QWidget* parent)
     buttons->addStretch();
     idLayout->addLayout(buttons);
     layout->addWidget(ids);
+
+    auto* log = new QGroupBox(QStringLiteral("Log (from the next start)"));
+    auto* logLayout = new QHBoxLayout(log);
+    logEnabled->setObjectName(QStringLiteral("logEnabled"));
+    logEnabled->setChecked(general().value(QStringLiteral("log_enabled")).toBool(true));
+    logDir->setObjectName(QStringLiteral("logDir"));
+    logDir->setPlaceholderText(QStringLiteral("folder (empty = the program's log folder)"));
+    logDir->setText(general().value(QStringLiteral("log_dir")).toString());
+    logLayout->addWidget(logEnabled);
+    logLayout->addWidget(logDir, 1);
+    layout->addWidget(log);
+    connect(logEnabled, &QCheckBox::toggled, this, &GeneralSettingsTab::dirtied);
+    connect(logDir, &QLineEdit::textEdited, this, &GeneralSettingsTab::dirtied);
     layout->addStretch();
     connect(identityMode, &QComboBox::currentIndexChanged, this, &GeneralSettingsTab::refreshIdentities);
     refreshIdentities();
@@ -204,5 +220,14 @@ void GeneralSettingsTab::commit()
     for (auto it = edited.cbegin(); it != edited.cend(); ++it)
         zl::setIdentities(it.key(), it.value());
     edited.clear();
+    QJsonObject section = general();
+    const bool enabled = logEnabled->isChecked();
+    const QString dir = logDir->text().trimmed();
+    if (section.value(QStringLiteral("log_enabled")).toBool(true) != enabled ||
+        section.value(QStringLiteral("log_dir")).toString() != dir) {
+        section.insert(QStringLiteral("log_enabled"), enabled);
+        section.insert(QStringLiteral("log_dir"), dir);
+        zl::Config::instance().setSection(QStringLiteral("general"), section);
+    }
     zl::Config::instance().save();
 }

@@ -5,7 +5,9 @@
 #include <QHash>
 #include <QWidget>
 
+class QCheckBox;
 class QComboBox;
+class QLineEdit;
 class QListWidget;
 class QPushButton;
 class QRadioButton;
@@ -44,4 +46,6 @@ private:
     QComboBox* identityMode;
     QListWidget* identityList;
     QHash<QString, QList<zl::Identity>> edited; // modes whose identities changed, not yet committed
+    QCheckBox* logEnabled;
+    QLineEdit* logDir;
 };

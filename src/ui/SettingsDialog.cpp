@@ -103,6 +103,7 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             connect(tab, SIGNAL(dirtied()), this, SLOT(onTabDirtied()));
     }
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    applyButton->setObjectName(QStringLiteral("applyButton"));
     buttons->addButton(applyButton, QDialogButtonBox::ApplyRole);
     connect(buttons, &QDialogButtonBox::accepted, this, &SettingsDialog::onOk);
     connect(buttons, &QDialogButtonBox::rejected, this, &SettingsDialog::onCancel);

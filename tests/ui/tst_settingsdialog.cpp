@@ -180,6 +180,28 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(reflector.clients().size(), 1, kLoginMs);
     }
 
+    // The log settings wait for Apply; the PTT key does not, and Esc cannot be it.
+    void logWaitsForApplyPttDoesNot()
+    {
+        MainWindow w;
+        SettingsDialog* dialog = SettingsDialog::openOnTab(&w, "");
+        selectTab(dialog, "General");
+        QTest::mouseClick(dialog->findChild<QCheckBox*>("logEnabled"), Qt::LeftButton);
+        QVERIFY(zl::Config::instance().section("general").value("log_enabled").toBool(true));
+        auto* key = dialog->findChild<QPushButton*>("pttKeyButton");
+        QTest::mouseClick(key, Qt::LeftButton);
+        QTest::keyClick(key, Qt::Key_F7);
+        QCOMPARE(zl::Config::instance().section("general").value("ptt_key").toInt(), int(Qt::Key_F7));
+        QTest::mouseClick(key, Qt::LeftButton);
+        QTest::keyClick(key, Qt::Key_Escape);
+        QCOMPARE(zl::Config::instance().section("general").value("ptt_key").toInt(), int(Qt::Key_F7));
+        QCOMPARE(key->text(), QString("F7"));
+        click(dialog, "applyButton");
+        QCOMPARE(zl::Config::instance().section("general").value("log_enabled").toBool(true), false);
+        QVERIFY(!dialog->isDirty());
+        delete dialog;
+    }
+
     // Closing with unsaved changes asks; Cancel stays, Discard drops, Save keeps.
     void closingWithChangesAsks_data()
     {
