@@ -1,13 +1,13 @@
 #include "app/Config.h"
 #include "app/Log.h"
 #include "app/SignalBridge.h"
-#include "app/StyleSheet.h"
 #include "app/Version.h"
 #include "audio/AudioDevice.h"
 #include "audio/AudioMixer.h"
 #include "dmr/DmrPeerManager.h"
 #include "ui/HelpTips.h"
 #include "ui/MainWindow.h"
+#include "ui/StyleSheet.h"
 
 #include <QApplication>
 #include <QDebug>

@@ -2,7 +2,6 @@
 
 #include "app/Config.h"
 #include "app/Identity.h"
-#include "app/StyleSheet.h"
 #include "app/ThreadHandOff.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
@@ -19,6 +18,7 @@
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
 #include "ui/SettingsDialog.h"
+#include "ui/StyleSheet.h"
 #include "ui/SvxLinkModePage.h"
 #include "ui/YsfModePage.h"
 

@@ -1,10 +1,10 @@
 #include "ui/SettingsDialog.h"
 
 #include "app/Config.h"
-#include "app/StyleSheet.h"
 #include "ui/DmrSettingsTab.h"
 #include "ui/GeneralSettingsTab.h"
 #include "ui/ModeSettingsTab.h"
+#include "ui/StyleSheet.h"
 
 #include <QCloseEvent>
 #include <QDialogButtonBox>

@@ -1,8 +1,8 @@
 #include "ui/SvxServerRow.h"
 
 #include "app/Config.h"
-#include "app/StyleSheet.h"
 #include "ui/BaseModePage.h"
+#include "ui/StyleSheet.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>

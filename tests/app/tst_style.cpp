@@ -1,5 +1,5 @@
 #include "app/Log.h"
-#include "app/StyleSheet.h"
+#include "ui/StyleSheet.h"
 
 #include <QDir>
 #include <QFile>

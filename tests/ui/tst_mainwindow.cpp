@@ -3,13 +3,13 @@
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
-#include "app/StyleSheet.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "ui/BaseModePage.h"
 #include "ui/M17ModePage.h"
 #include "ui/MainWindow.h"
+#include "ui/StyleSheet.h"
 
 #include <QAction>
 #include <QApplication>

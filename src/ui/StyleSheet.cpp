@@ -1,6 +1,6 @@
-#include "StyleSheet.h"
+#include "ui/StyleSheet.h"
 
-#include "AssetPath.h"
+#include "app/AssetPath.h"
 
 #include <QApplication>
 #include <QDebug>
