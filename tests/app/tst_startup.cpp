@@ -57,6 +57,19 @@ QList<int> linesOf(const QString& text, const QStringList& needles)
 }
 
 // A mode section with one user server on loopback, selected and enabled.
+// The one DMR peer of these tests, "Home" on the loopback master.
+QJsonObject homePeer(quint16 masterPort)
+{
+    return QJsonObject{{"label", "Home"},
+                       {"network", "Loop"},
+                       {"server", QStringLiteral("127.0.0.1:%1").arg(masterPort)},
+                       {"callsign_override", "XX0ABC"},
+                       {"dmrid_override", "2400001"},
+                       {"essid_override", "01"},
+                       {"password", "pw"},
+                       {"auto_connect", true}};
+}
+
 QJsonObject reflectorSection(quint16 port, const QJsonObject& row = {})
 {
     QJsonObject enabled = row;
@@ -145,14 +158,7 @@ private slots:
         master.addPeer(240000101, "pw");
         ProgramSandbox box(QStringLiteral("build"));
         QVERIFY(box.isValid());
-        const QJsonObject peer{{"label", "Home"},
-                               {"network", "Loop"},
-                               {"server", QStringLiteral("127.0.0.1:%1").arg(master.port())},
-                               {"callsign_override", "XX0ABC"},
-                               {"dmrid_override", "2400001"},
-                               {"essid_override", "01"},
-                               {"password", "pw"},
-                               {"auto_connect", true}};
+        const QJsonObject peer = homePeer(master.port());
         const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}, {"id_field", "1234"}}};
         box.writeConfig(QJsonObject{
             {"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
@@ -221,14 +227,7 @@ private slots:
         master.addPeer(240000101, "pw");
         ProgramSandbox box(QStringLiteral("build"));
         QVERIFY(box.isValid());
-        const QJsonObject peer{{"label", "Home"},
-                               {"network", "Loop"},
-                               {"server", QStringLiteral("127.0.0.1:%1").arg(master.port())},
-                               {"callsign_override", "XX0ABC"},
-                               {"dmrid_override", "2400001"},
-                               {"essid_override", "01"},
-                               {"password", "pw"},
-                               {"auto_connect", true}};
+        const QJsonObject peer = homePeer(master.port());
         const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}}};
         box.writeConfig(QJsonObject{{"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
                                     {"identities", QJsonObject{{"m17", me}}},

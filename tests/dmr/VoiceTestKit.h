@@ -185,6 +185,14 @@ public:
         return QTest::qWaitFor([&] { return pool()->readyCount() == count; }, 20000);
     }
     static zl::hw::Dv3000Pool* pool() { return zl::hw::Dv3000Pool::instance(); }
+    // Hardware settings with one more AMBEserver on the loopback address.
+    static QJsonObject withServer(QJsonObject hardware, quint16 port)
+    {
+        QJsonArray servers = hardware.value("ambe_servers").toArray();
+        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", port}, {"enabled", true}});
+        hardware.insert("ambe_servers", servers);
+        return hardware;
+    }
     static QThread* worker() { return pool()->workerThread(); }
     int channelPackets() const
     {

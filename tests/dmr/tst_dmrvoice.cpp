@@ -106,6 +106,16 @@ DmrVoiceEncoder* encoderOnWorker(DmrPeerClient* client)
     return encoder;
 }
 
+// A decoder on the vocoder thread that counts the PCM frames it puts out.
+DmrVoiceDecoder* countingDecoderOnWorker(std::atomic<int>& frames)
+{
+    auto* decoder = new DmrVoiceDecoder;
+    decoder->moveToThread(kit::ChipFarm::worker());
+    QObject::connect(
+        decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+    return decoder;
+}
+
 void feed(DmrVoiceEncoder* encoder, const QByteArray& pcm)
 {
     zl::postTo(encoder, [encoder, pcm] { encoder->feedPcm(pcm); });
@@ -179,11 +189,8 @@ private slots:
     void failedChipHandsTheStreamToTheNext()
     {
         kit::LogCapture log;
-        auto* decoder = new DmrVoiceDecoder;
-        decoder->moveToThread(kit::ChipFarm::worker());
         std::atomic<int> frames{0};
-        connect(
-            decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+        DmrVoiceDecoder* decoder = countingDecoderOnWorker(frames);
         const QByteArray burst = kit::toneBurst(6000, 1000);
         const int before = chips.chip(0).packetsReceived(1);
         auto play = [&](quint8 seq) {
@@ -224,11 +231,8 @@ private slots:
         QVERIFY(peers.login());
         zl::Config& config = zl::Config::instance();
         const QJsonObject hardware = config.section("hardware");
-        QJsonObject withSpare = hardware;
         SimulatedAmbeChip spare;
-        QJsonArray servers = hardware.value("ambe_servers").toArray();
-        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", spare.listenUdp()}, {"enabled", true}});
-        withSpare.insert("ambe_servers", servers);
+        const QJsonObject withSpare = kit::ChipFarm::withServer(hardware, spare.listenUdp());
         const QByteArray burst = kit::toneBurst(8000, 1000);
         for (int round = 0; round < 12; ++round) {
             for (quint8 i = 0; i < 6; ++i) {
@@ -364,11 +368,8 @@ private slots:
     void endStreamWaitsForTheChipButNotForever()
     {
         kit::LogCapture log;
-        auto* decoder = new DmrVoiceDecoder;
-        decoder->moveToThread(kit::ChipFarm::worker());
         std::atomic<int> frames{0};
-        connect(
-            decoder, &DmrVoiceDecoder::pcmReady, decoder, [&frames] { ++frames; }, Qt::DirectConnection);
+        DmrVoiceDecoder* decoder = countingDecoderOnWorker(frames);
         const QByteArray burst = kit::toneBurst(6000, 1100);
 
         // A slow chip: the tail of the stream still comes out before the chip goes back.

@@ -207,11 +207,8 @@ private slots:
         a.insert("auto_connect", false);
         peers.replace(0, a);
         withoutA.insert("peers", peers);
-        QJsonObject withSpare = hardware;
         SimulatedAmbeChip spare;
-        QJsonArray servers = hardware.value("ambe_servers").toArray();
-        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", spare.listenUdp()}, {"enabled", true}});
-        withSpare.insert("ambe_servers", servers);
+        const QJsonObject withSpare = kit::ChipFarm::withServer(hardware, spare.listenUdp());
 
         const QByteArray burst = kit::toneBurst(8000, 1000);
         const QByteArray tone = SimulatedAmbeChip::sine(8000, 800);
