@@ -1,11 +1,10 @@
 #include "hw/Dv3000.h"
 
-#include "app/Config.h"
 #include "hw/AmbeFrame.h"
 #include "hw/AmbePacket.h"
+#include "hw/Md380Firmware.h"
 #include "hw/Md380Vocoder.h"
 
-#include <QCoreApplication>
 #include <QDebug>
 #include <QElapsedTimer>
 #include <QFile>
@@ -276,14 +275,7 @@ bool Dv3000::openUdp(const QString& host, quint16 port)
 
 bool Dv3000::loadMd380Firmware()
 {
-    const QString appDir = QCoreApplication::applicationDirPath();
-    QStringList folders;
-    const QString configured = Config::instance().section(QStringLiteral("hardware")).value("md380_fw_dir").toString();
-    if (!configured.isEmpty())
-        folders << configured;
-    folders << appDir + QStringLiteral("/../share/zephyrlake/vocoder_fw") << appDir + QStringLiteral("/vocoder_fw")
-            << appDir + QStringLiteral("/assets/vocoder_fw") << appDir + QStringLiteral("/../assets/vocoder_fw");
-    for (const QString& folder : folders) {
+    for (const QString& folder : md380FirmwareFolders()) {
         QFile fw(folder + QStringLiteral("/md380fw.img"));
         QFile ram(folder + QStringLiteral("/md380ram.img"));
         if (!fw.open(QIODevice::ReadOnly) || !ram.open(QIODevice::ReadOnly))

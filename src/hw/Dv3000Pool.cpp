@@ -184,6 +184,15 @@ int Dv3000Pool::readyCount() const
     return n;
 }
 
+QList<Dv3000Pool::ChipStatus> Dv3000Pool::chipStatuses() const
+{
+    const std::lock_guard lock(mutex);
+    QList<ChipStatus> statuses;
+    for (const Chip& chip : chips)
+        statuses.append({chip.location, chip.productId, chip.failure, chip.leased});
+    return statuses;
+}
+
 int Dv3000Pool::chipCount() const
 {
     const std::lock_guard lock(mutex);
@@ -216,6 +225,8 @@ Dv3000* Dv3000Pool::addChip(const QString& where, Kind kind, const QString& fail
                 return;
             each->ready = true;
             each->broken = false;
+            each->productId = productId;
+            each->failure.clear();
             location = each->location;
         }
         emit chipDetected(chip, productId, version, location);
@@ -237,6 +248,7 @@ void Dv3000Pool::markBroken(Dv3000* chip, const QString& reason)
             return;
         each->ready = false;
         each->broken = true;
+        each->failure = reason;
     }
     emit chipFailed(chip, reason);
     emit changed();

@@ -45,9 +45,19 @@ public:
     int leasedCount() const;
     // The port, server ("udp://host:port") or "sw://md380" the chip was made for.
     QString locationOf(const Dv3000* chip) const;
+    // What the settings show of a chip, from its last signals.
+    struct ChipStatus {
+        QString location;
+        QString productId; // empty until the chip has answered
+        QString failure;   // why it stopped working; empty while it works
+        bool leased = false;
+    };
+    QList<ChipStatus> chipStatuses() const;
     // The "dv3000-worker" thread, home of every chip and of the objects that talk to them.
     QThread* workerThread() const { return worker; }
 
+    // The serial ports that may hold a stick, disabled ones included.
+    QStringList candidatePorts() const { return portLister(); }
     // Where FTDI ports come from: the system locations of vendor 0x0403 ports by default.
     // Tests hand in pseudo-terminals.
     void setPortLister(std::function<QStringList()> lister);
@@ -68,6 +78,8 @@ private:
         bool ready = false;  // answered its product-id request
         bool broken = false; // reported a failure; replaced at the next rescan
         bool leased = false;
+        QString productId;
+        QString failure;
     };
     Chip* find(const Dv3000* chip);
     const Chip* find(const Dv3000* chip) const;

@@ -27,12 +27,24 @@ QString checkServer(const QString& text)
     return host.isEmpty() ? zl::ui::checkPort(value.mid(colon + 1)) : host;
 }
 
+// The networks whose public masters the hosts list names, and the three built in.
+const QStringList kMasterGroups = {QStringLiteral("Brandmeister"),
+                                   QStringLiteral("TGIF"),
+                                   QStringLiteral("FreeDMR"),
+                                   QStringLiteral("HBLink"),
+                                   QStringLiteral("IPSC2 / DMR+"),
+                                   QStringLiteral("ADN Systems"),
+                                   QStringLiteral("FreeStar / SystemX"),
+                                   QStringLiteral("Phoenix-UK"),
+                                   QStringLiteral("HamUnited"),
+                                   QStringLiteral("AmCom")};
+
 } // namespace
 
 DmrPeerCard::DmrPeerCard(QWidget* parent)
     : QWidget(parent), identity(new QComboBox), duplex(new QCheckBox(QStringLiteral("Duplex (repeater offset)"))),
-      autoConnect(new QCheckBox(QStringLiteral("Auto-connect"))), statusDot(new QLabel(QStringLiteral("●"))),
-      statusText(new QLabel)
+      autoConnect(new QCheckBox(QStringLiteral("Auto-connect"))), masterGroup(new QComboBox), master(new QComboBox),
+      statusDot(new QLabel(QStringLiteral("●"))), statusText(new QLabel)
 {
     auto* layout = new QVBoxLayout(this);
     auto* top = new QHBoxLayout;
@@ -53,6 +65,16 @@ DmrPeerCard::DmrPeerCard(QWidget* parent)
     dmrId = field(QStringLiteral("peerDmrId"), QStringLiteral("DMR-ID"), form);
     zl::ui::addFieldCheck(dmrId, form, zl::ui::checkDmrId);
     essid = field(QStringLiteral("peerEssid"), QStringLiteral("ESSID"), form);
+    auto* picker = new QHBoxLayout;
+    masterGroup->setObjectName(QStringLiteral("peerMasterGroup"));
+    masterGroup->addItem(QStringLiteral("(network)"));
+    masterGroup->addItems(kMasterGroups);
+    master->setObjectName(QStringLiteral("peerMaster"));
+    master->setMinimumContentsLength(16);
+    master->setEnabled(false);
+    picker->addWidget(masterGroup);
+    picker->addWidget(master, 1);
+    form->addRow(QStringLiteral("Public master"), picker);
     network = field(QStringLiteral("peerNetwork"), QStringLiteral("Network"), form);
     server = field(QStringLiteral("peerServer"), QStringLiteral("Master (host:port)"), form);
     zl::ui::addFieldCheck(server, form, checkServer);
@@ -79,6 +101,9 @@ DmrPeerCard::DmrPeerCard(QWidget* parent)
     connect(remove, &QPushButton::clicked, this, &DmrPeerCard::onDeleteClicked);
     connect(identity, &QComboBox::currentIndexChanged, this, &DmrPeerCard::onIdentityPicked);
     connect(duplex, &QCheckBox::toggled, this, &DmrPeerCard::onDuplexToggled);
+    connect(rxFreq, &QLineEdit::textEdited, this, &DmrPeerCard::onRxFreqChanged);
+    connect(masterGroup, &QComboBox::activated, this, &DmrPeerCard::onMasterGroupPicked);
+    connect(master, &QComboBox::activated, this, &DmrPeerCard::onMasterPicked);
     connect(autoConnect, &QCheckBox::toggled, this, &DmrPeerCard::onAnyFieldChanged);
     connect(&zl::dmr::DmrPeerManager::instance(), &zl::dmr::DmrPeerManager::changed, this, &DmrPeerCard::updateStatus);
 }
@@ -166,10 +191,40 @@ void DmrPeerCard::onAnyFieldChanged()
     emit peerChanged(peer);
 }
 
-void DmrPeerCard::onDuplexToggled(bool on)
+void DmrPeerCard::onDuplexToggled(bool)
 {
-    if (!filling && !on)
-        txFreq->setText(rxFreq->text());
+    if (!filling)
+        onRxFreqChanged();
+}
+
+void DmrPeerCard::onRxFreqChanged()
+{
+    // A repeater transmits on its own frequency plus the band's offset; a simplex hotspot
+    // on the same. The proposal can still be typed over.
+    const quint32 rx = rxFreq->text().trimmed().toUInt();
+    const qint64 tx = duplex->isChecked() ? qint64(rx) + zl::dmr::offsetForRx(rx) : qint64(rx);
+    txFreq->setText(QString::number(qMax<qint64>(0, tx)));
+    onAnyFieldChanged();
+}
+
+void DmrPeerCard::onMasterGroupPicked(int comboIndex)
+{
+    master->clear();
+    master->setEnabled(comboIndex > 0);
+    if (comboIndex <= 0)
+        return;
+    master->addItem(QStringLiteral("(pick a master)"));
+    for (const zl::dmr::MasterHost& host : zl::dmr::masterHosts(masterGroup->itemText(comboIndex)))
+        master->addItem(host.id.isEmpty() ? host.label : QStringLiteral("%1 (%2)").arg(host.label, host.id),
+                        host.address);
+}
+
+void DmrPeerCard::onMasterPicked(int comboIndex)
+{
+    if (comboIndex <= 0)
+        return;
+    network->setText(masterGroup->currentText());
+    server->setText(master->itemData(comboIndex).toString());
     onAnyFieldChanged();
 }
 

@@ -30,6 +30,9 @@ private slots:
     void onIdentityPicked(int comboIndex);
     void onAnyFieldChanged();
     void onDuplexToggled(bool on);
+    void onRxFreqChanged();
+    void onMasterGroupPicked(int comboIndex);
+    void onMasterPicked(int comboIndex);
     void onDeleteClicked();
 
 private:
@@ -52,6 +55,8 @@ private:
     QLineEdit* txFreq;
     QCheckBox* duplex;
     QCheckBox* autoConnect;
+    QComboBox* masterGroup;
+    QComboBox* master;
     QLabel* statusDot;
     QLabel* statusText;
 };

@@ -30,7 +30,7 @@ QJsonObject general()
 
 GeneralSettingsTab::GeneralSettingsTab(QWidget* parent)
     : QWidget(parent), pttKeyButton(new QPushButton), identityMode(new QComboBox), identityList(new QListWidget),
-      logEnabled(new QCheckBox(QStringLiteral("Write a log file"))), logDir(new QLineEdit)
+      defaultMode(new QComboBox), logEnabled(new QCheckBox(QStringLiteral("Write a log file"))), logDir(new QLineEdit)
 {
     auto* layout = new QVBoxLayout(this);
 
@@ -103,6 +103,19 @@ GeneralSettingsTab::GeneralSettingsTab(QWidget* parent)
     buttons->addStretch();
     idLayout->addLayout(buttons);
     layout->addWidget(ids);
+
+    auto* startLine = new QHBoxLayout;
+    defaultMode->setObjectName(QStringLiteral("defaultMode"));
+    defaultMode->addItems({QStringLiteral("AllStar"), QStringLiteral("APRS"), QStringLiteral("D-STAR"),
+                           QStringLiteral("DMR"), QStringLiteral("DMR SMS"), QStringLiteral("Echolink"),
+                           QStringLiteral("M17"), QStringLiteral("NXDN"), QStringLiteral("P25"),
+                           QStringLiteral("POCSAG"), QStringLiteral("SvxLink"), QStringLiteral("YSF")});
+    defaultMode->setCurrentText(zl::Config::instance().defaultMode());
+    startLine->addWidget(new QLabel(QStringLiteral("Page shown at start:")));
+    startLine->addWidget(defaultMode);
+    startLine->addStretch();
+    layout->addLayout(startLine);
+    connect(defaultMode, &QComboBox::currentTextChanged, this, &GeneralSettingsTab::onDefaultModeChanged);
 
     auto* log = new QGroupBox(QStringLiteral("Log (from the next start)"));
     auto* logLayout = new QHBoxLayout(log);
@@ -215,8 +228,15 @@ void GeneralSettingsTab::removeIdentity(const QString& modeKey)
     emit dirtied();
 }
 
+void GeneralSettingsTab::onDefaultModeChanged(const QString&)
+{
+    emit dirtied();
+}
+
 void GeneralSettingsTab::commit()
 {
+    if (defaultMode->currentText() != zl::Config::instance().defaultMode())
+        zl::Config::instance().setDefaultMode(defaultMode->currentText());
     for (auto it = edited.cbegin(); it != edited.cend(); ++it)
         zl::setIdentities(it.key(), it.value());
     edited.clear();

@@ -34,6 +34,7 @@ private slots:
     void addIdentity(const QString& modeKey);
     void editIdentity(const QString& modeKey);
     void removeIdentity(const QString& modeKey);
+    void onDefaultModeChanged(const QString& mode);
 
 private:
     void storePtt(const QString& key, const QJsonValue& value);
@@ -46,6 +47,7 @@ private:
     QComboBox* identityMode;
     QListWidget* identityList;
     QHash<QString, QList<zl::Identity>> edited; // modes whose identities changed, not yet committed
+    QComboBox* defaultMode;
     QCheckBox* logEnabled;
     QLineEdit* logDir;
 };

@@ -14,9 +14,11 @@
 #include "ui/DmrModePage.h"
 #include "ui/EchoLinkModePage.h"
 #include "ui/FlowLayout.h"
+#include "ui/LastHeardWindow.h"
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
+#include "ui/ScreenFit.h"
 #include "ui/SettingsDialog.h"
 #include "ui/StyleSheet.h"
 #include "ui/SvxLinkModePage.h"
@@ -36,6 +38,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QKeyEvent>
+#include <QKeySequence>
 #include <QLabel>
 #include <QMediaDevices>
 #include <QMessageBox>
@@ -240,7 +243,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     const QByteArray state = zl::Config::instance().windowState(QStringLiteral("main"));
     if (!state.isEmpty())
         restoreState(state);
-    fitToScreen();
+    zl::ui::fitToScreen(this);
     applyPttConfig();
 }
 
@@ -368,7 +371,8 @@ void MainWindow::buildToolBar()
     // shown but not yet enabled.
     QAction* settings = bar->addAction(QStringLiteral("⚙ Settings"), this, &MainWindow::openSettings);
     settings->setObjectName(QStringLiteral("settingsAction"));
-    settings->setToolTip(QStringLiteral("Callsigns, identities, peers, reflectors, audio and hardware."));
+    settings->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
+    settings->setToolTip(QStringLiteral("Callsigns, identities, peers, reflectors, audio and hardware (Ctrl+,)."));
     QAction* update = bar->addAction(QStringLiteral("↻ Update DBs"), this, &MainWindow::updateDatabases);
     update->setToolTip(QStringLiteral("Download the host lists and the user and talkgroup databases again."));
     update->setEnabled(false);
@@ -489,6 +493,23 @@ void MainWindow::updateDatabases()
 
 void MainWindow::openDetachedLastHeard()
 {
+    LastHeardWindow::instance(this);
+    for (int row = lastHeard->rowCount() - 1; row >= 0; --row)
+        passToLargeView(row);
+}
+
+void MainWindow::passToLargeView(int row)
+{
+    auto* large = findChild<LastHeardWindow*>();
+    if (!large)
+        return;
+    QStringList cells;
+    for (int column = 0; column < int(kLastHeardKeys.size()); ++column) {
+        const QTableWidgetItem* item = lastHeard->item(row, column);
+        cells << (item ? item->text() : QString());
+    }
+    large->appendRow(cells.at(0), cells.at(1), cells.at(2), cells.at(3), cells.at(4), cells.at(5), cells.at(6),
+                     cells.at(7), cells.at(8));
 }
 
 void MainWindow::selectMode(const QString& mode)
@@ -800,6 +821,7 @@ void MainWindow::onCallHeard(const QString&, const QString& networkName, uint sr
         ++txRow;
     trimRows();
     saveLastHeard();
+    passToLargeView(0);
 }
 
 void MainWindow::onCallEnded(const QString&, uint streamId, qlonglong durationMs)
@@ -843,6 +865,7 @@ void MainWindow::openTxRow()
     txRow = 0;
     txStartMs = QDateTime::currentMSecsSinceEpoch();
     trimRows();
+    passToLargeView(0);
 }
 
 void MainWindow::closeTxRow()
@@ -908,6 +931,7 @@ void MainWindow::writePageLine(const QStringList& values)
         lastHeard->setItem(0, column, new QTableWidgetItem(row.at(column)));
     trimRows();
     saveLastHeard();
+    passToLargeView(0);
 }
 
 void MainWindow::saveLastHeard()
@@ -1028,40 +1052,17 @@ void MainWindow::saveModeAudio(bool silent)
         config.save();
 }
 
-void MainWindow::fitToScreen()
-{
-    constexpr int marginX = 24;
-    constexpr int marginY = 48;
-    QScreen* screen = this->screen() ? this->screen() : QGuiApplication::primaryScreen();
-    if (!screen)
-        return;
-    const QRect area = screen->availableGeometry();
-    const int maxWidth = area.width() - marginX;
-    const int maxHeight = area.height() - marginY;
-    QSize size = this->size();
-    if (maxWidth > 0)
-        size.setWidth(qMin(size.width(), maxWidth));
-    if (maxHeight > 0)
-        size.setHeight(qMin(size.height(), maxHeight));
-    if (size != this->size())
-        resize(size);
-    QRect frame = frameGeometry();
-    int x = frame.x();
-    int y = frame.y();
-    if (x < area.left())
-        x = area.left() + marginX / 2;
-    if (y < area.top())
-        y = area.top() + marginY / 2;
-    if (x + frame.width() > area.right() + 1)
-        x = qMax(area.left(), area.right() + 1 - frame.width());
-    if (y + frame.height() > area.bottom() + 1)
-        y = qMax(area.top(), area.bottom() + 1 - frame.height());
-    if (x != frame.x() || y != frame.y())
-        move(x, y);
-}
-
 void MainWindow::closeEvent(QCloseEvent* event)
 {
+    // Unsaved settings are offered for saving first; a Cancel there keeps the program running.
+    if (auto* settings = findChild<SettingsDialog*>(); settings && settings->isVisible()) {
+        settings->raise();
+        settings->close();
+        if (settings->isVisible()) {
+            event->ignore();
+            return;
+        }
+    }
     zl::Config& config = zl::Config::instance();
     config.setWindowGeometry(QStringLiteral("main"), saveGeometry());
     config.setWindowState(QStringLiteral("main"), saveState());

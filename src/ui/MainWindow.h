@@ -54,6 +54,8 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    // Hands a row of the compact table to the large view, when it is open.
+    void passToLargeView(int row);
     void buildAudioRows(class QVBoxLayout* layout);
     void buildToolBar();
     void buildStatusStrip();
@@ -64,7 +66,6 @@ private:
     void updateTxLabel();
     // Why a press of PTT would send nothing useful now; empty when it can go ahead.
     QString pttBlockReason() const;
-    void fitToScreen();
 
     void onCallHeard(const QString& peerLabel, const QString& networkName, uint srcId, uint dstId, uchar slot,
                      uint streamId, bool privateCall);

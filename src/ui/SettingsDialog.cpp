@@ -1,18 +1,20 @@
 #include "ui/SettingsDialog.h"
 
 #include "app/Config.h"
+#include "ui/AmbeSettingsTab.h"
+#include "ui/AudioSettingsTab.h"
 #include "ui/DmrSettingsTab.h"
 #include "ui/GeneralSettingsTab.h"
+#include "ui/HardwareSettingsTab.h"
 #include "ui/ModeSettingsTab.h"
+#include "ui/ScreenFit.h"
 #include "ui/StyleSheet.h"
 
 #include <QCloseEvent>
 #include <QDialogButtonBox>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QScreen>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -87,6 +89,12 @@ SettingsDialog::SettingsDialog(QWidget* parent)
         QWidget* tab = nullptr;
         if (title == QLatin1String("General")) {
             tab = general = new GeneralSettingsTab;
+        } else if (title == QLatin1String("Audio")) {
+            tab = new AudioSettingsTab;
+        } else if (title == QLatin1String("Hardware")) {
+            tab = new HardwareSettingsTab;
+        } else if (title == QLatin1String("AMBE")) {
+            tab = new AmbeSettingsTab;
         } else if (title == QLatin1String("DMR")) {
             auto* dmr = new DmrSettingsTab;
             dmr->setIdentitySource([general] { return general->identitiesOf(QStringLiteral("dmr")); });
@@ -113,12 +121,9 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     layout->addWidget(buttons);
 
     setMinimumSize(zl::uiScale(500), zl::uiScale(440));
-    if (!restoreGeometry(zl::Config::instance().windowGeometry(QStringLiteral("settings")))) {
-        QSize size(zl::uiScale(880), zl::uiScale(440));
-        if (const QScreen* screen = QGuiApplication::primaryScreen())
-            size = size.boundedTo(screen->availableSize() - QSize(24, 48));
-        resize(size);
-    }
+    if (!restoreGeometry(zl::Config::instance().windowGeometry(QStringLiteral("settings"))))
+        resize(zl::uiScale(880), zl::uiScale(440));
+    zl::ui::fitToScreen(this);
     setDirty(false);
 }
 

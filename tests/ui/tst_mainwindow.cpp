@@ -7,6 +7,7 @@
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "ui/BaseModePage.h"
+#include "ui/LastHeardWindow.h"
 #include "ui/M17ModePage.h"
 #include "ui/MainWindow.h"
 #include "ui/StyleSheet.h"
@@ -15,6 +16,8 @@
 #include <QApplication>
 #include <QAudioDevice>
 #include <QCheckBox>
+#include <QComboBox>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -478,6 +481,48 @@ private slots:
         QCOMPARE(cell(again, 0, 1), QString("C54"));
         QCOMPARE(cell(again, 49, 1), QString("C5"));
         QCOMPARE(cell(again, 0, 0), QString("12:00:00"));
+    }
+
+    // The large view: fed from the compact table and then row by row, searched, filtered by
+    // mode, and rid of rows older than a day.
+    void largeLastHeardFiltersAndPrunes()
+    {
+        resetConfig(QJsonObject{{"default_mode", "P25"}});
+        MainWindow w;
+        emitLine(page(w, "M17"), "M17CALL");
+        emitLine(page(w, "YSF"), "YSFCALL");
+        QTest::mouseClick(table(w)->viewport(), Qt::LeftButton, {},
+                          table(w)->visualItemRect(table(w)->item(0, 0)).center());
+        auto* large = w.findChild<LastHeardWindow*>();
+        QVERIFY(large && large->isVisible());
+        auto* rows = large->findChild<QTableWidget*>("lastHeardLarge");
+        QCOMPARE(rows->rowCount(), 2);
+        QCOMPARE(rows->item(0, 1)->text(), QString("YSFCALL"));
+        const auto visible = [rows] {
+            QStringList calls;
+            for (int row = 0; row < rows->rowCount(); ++row) {
+                if (!rows->isRowHidden(row))
+                    calls << rows->item(row, 1)->text();
+            }
+            return calls;
+        };
+        auto* mode = large->findChild<QComboBox*>("lastHeardMode");
+        mode->setCurrentText("YSF");
+        emitLine(page(w, "NXDN"), "NXDNCALL");
+        QCOMPARE(mode->currentText(), QString("YSF"));
+        QCOMPARE(visible(), QStringList{"YSFCALL"});
+        mode->setCurrentIndex(0);
+        large->findChild<QLineEdit*>("lastHeardSearch")->setText("m17c");
+        emitLine(page(w, "YSF"), "OTHER");
+        QCOMPARE(visible(), QStringList{"M17CALL"});
+
+        // A row from a day and a minute ago goes with the next row.
+        rows->item(rows->rowCount() - 1, 0)->setData(Qt::UserRole + 1, QDateTime::currentDateTime().addSecs(-86460));
+        emitLine(page(w, "YSF"), "NEWEST");
+        QCOMPARE(rows->rowCount(), 4);
+        QVERIFY(rows->findItems("M17CALL", Qt::MatchExactly).isEmpty());
+        large->close();
+        QTRY_VERIFY(!w.findChild<LastHeardWindow*>());
     }
 
     void storedListIsCutToFifty()
