@@ -210,10 +210,10 @@ private slots:
                                                "pocsag/password=\"pw\"",   "pocsag/rics=\"12345, 99\"",
                                                "pocsag/enabled=true",      "pocsag/tx_group="};
         QTest::newRow("Echolink") << "Echolink"
-                                  << QStringList{"click:enabled",     "callsign=XX0 EL",  "warn:callsign",
-                                                 "callsign=XX0EL",    "password=s3cret",  "description=Somewhere",
-                                                 "max_connections=3", "block_list=XX0BAD"}
-                                  << QStringList{"echolink/enabled=true",
+                                  << QStringList{"click:accept_incoming", "callsign=XX0_EL",  "warn:callsign",
+                                                 "callsign=XX0EL",        "password=s3cret",  "description=Somewhere",
+                                                 "max_connections=3",     "block_list=XX0BAD"}
+                                  << QStringList{"echolink/accept_incoming=true",
                                                  "echolink/callsign=\"XX0EL\"",
                                                  "echolink/password=\"s3cret\"",
                                                  "echolink/description=\"Somewhere\"",
