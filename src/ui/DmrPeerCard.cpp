@@ -3,6 +3,7 @@
 #include "app/Identity.h"
 #include "dmr/DmrPeerManager.h"
 #include "ui/FieldCheck.h"
+#include "ui/SettingsFields.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -79,12 +80,7 @@ DmrPeerCard::DmrPeerCard(QWidget* parent)
     server = field(QStringLiteral("peerServer"), QStringLiteral("Master (host:port)"), form);
     zl::ui::addFieldCheck(server, form, checkServer);
     password = field(QStringLiteral("peerPassword"), QStringLiteral("Password"), form);
-    password->setEchoMode(QLineEdit::Password);
-    QAction* show = password->addAction(QIcon(), QLineEdit::TrailingPosition);
-    show->setText(QStringLiteral("show"));
-    show->setCheckable(true);
-    connect(show, &QAction::toggled, password,
-            [this](bool on) { password->setEchoMode(on ? QLineEdit::Normal : QLineEdit::Password); });
+    zl::ui::maskWithShowToggle(password);
     activeTg = field(QStringLiteral("peerTg"), QStringLiteral("Talkgroup"), form);
     rxFreq = field(QStringLiteral("peerRxFreq"), QStringLiteral("RX frequency (Hz)"), form);
     txFreq = field(QStringLiteral("peerTxFreq"), QStringLiteral("TX frequency (Hz)"), form);

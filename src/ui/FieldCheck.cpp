@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QRegularExpression>
+#include <QSpinBox>
 
 namespace zl::ui {
 
@@ -56,7 +57,15 @@ QString checkHost(const QString& text)
     return {};
 }
 
-void addFieldCheck(QLineEdit* field, QFormLayout* form, const FieldRule& rule)
+FieldRule unlessEmpty(const FieldRule& rule)
+{
+    return [rule](const QString& text) { return text.trimmed().isEmpty() ? QString() : rule(text); };
+}
+
+namespace {
+
+template <typename Field, typename Signal>
+void attachWarning(Field* field, QFormLayout* form, const FieldRule& rule, Signal changed)
 {
     auto* warning = new QLabel;
     warning->setObjectName(field->objectName() + QStringLiteral("Warning"));
@@ -67,8 +76,20 @@ void addFieldCheck(QLineEdit* field, QFormLayout* form, const FieldRule& rule)
         warning->setText(problem);
         warning->setVisible(!problem.isEmpty());
     };
-    QObject::connect(field, &QLineEdit::textChanged, warning, update);
+    QObject::connect(field, changed, warning, update);
     update();
+}
+
+} // namespace
+
+void addFieldCheck(QLineEdit* field, QFormLayout* form, const FieldRule& rule)
+{
+    attachWarning(field, form, rule, &QLineEdit::textChanged);
+}
+
+void addFieldCheck(QSpinBox* field, QFormLayout* form, const FieldRule& rule)
+{
+    attachWarning(field, form, rule, &QSpinBox::textChanged);
 }
 
 } // namespace zl::ui

@@ -6,6 +6,7 @@
 
 class QFormLayout;
 class QLineEdit;
+class QSpinBox;
 
 namespace zl::ui {
 
@@ -18,7 +19,11 @@ QString checkNxdnId(const QString& text);
 QString checkPort(const QString& text);
 QString checkHost(const QString& text);
 
+// The same rule for a field that may stay empty (empty: the program's default applies).
+FieldRule unlessEmpty(const FieldRule& rule);
+
 // A short warning under the field, kept up to date as the user types. Saving stays allowed.
 void addFieldCheck(QLineEdit* field, QFormLayout* form, const FieldRule& rule);
+void addFieldCheck(QSpinBox* field, QFormLayout* form, const FieldRule& rule);
 
 } // namespace zl::ui

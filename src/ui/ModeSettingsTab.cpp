@@ -1,8 +1,10 @@
 #include "ui/ModeSettingsTab.h"
 
+#include "app/Config.h"
 #include "app/Identity.h"
 #include "db/ServerRegistry.h"
 #include "ui/FieldCheck.h"
+#include "ui/SettingsFields.h"
 
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -18,7 +20,8 @@
 ModeSettingsTab::ModeSettingsTab(const QString& modeTitle, const QString& key, const QString& heading, QWidget* parent)
     : QWidget(parent), title(modeTitle), modeKey(key), stack(new QStackedWidget), table(new QTableWidget(0, 2)),
       identityLine(new QLabel), cardTitle(new QLabel), name(new QLineEdit), host(new QLineEdit), port(new QLineEdit),
-      password(new QLineEdit)
+      password(new QLineEdit), cardLayout(new QFormLayout), ownLayout(new QFormLayout),
+      cardFields(new zl::ui::SettingsFields(cardLayout, this)), ownFields(new zl::ui::SettingsFields(ownLayout, this))
 {
     setObjectName(QStringLiteral("modeTab_") + key);
     auto* layout = new QVBoxLayout(this);
@@ -45,10 +48,12 @@ ModeSettingsTab::ModeSettingsTab(const QString& modeTitle, const QString& key, c
     buttons->addWidget(remove);
     buttons->addStretch();
     listLayout->addLayout(buttons);
+    listLayout->addLayout(ownLayout);
     stack->addWidget(listPage);
 
     auto* card = new QWidget;
-    auto* form = new QFormLayout(card);
+    QFormLayout* form = cardLayout;
+    card->setLayout(form);
     auto* back = new QPushButton(QStringLiteral("← Back to servers list"));
     form->addRow(back);
     form->addRow(cardTitle);
@@ -56,7 +61,7 @@ ModeSettingsTab::ModeSettingsTab(const QString& modeTitle, const QString& key, c
     host->setObjectName(QStringLiteral("serverHost"));
     port->setObjectName(QStringLiteral("serverPort"));
     password->setObjectName(QStringLiteral("serverPassword"));
-    password->setEchoMode(QLineEdit::Password);
+    zl::ui::maskWithShowToggle(password);
     form->addRow(QStringLiteral("Name"), name);
     form->addRow(QStringLiteral("Host or IP"), host);
     zl::ui::addFieldCheck(host, form, zl::ui::checkHost);
@@ -83,8 +88,14 @@ ModeSettingsTab::ModeSettingsTab(const QString& modeTitle, const QString& key, c
         emit dirtied();
     });
     connect(back, &QPushButton::clicked, this, [this] { stack->setCurrentIndex(0); });
+    const auto cardChanged = [this] {
+        cardEdited = true;
+        emit dirtied();
+    };
     for (QLineEdit* field : {name, host, port, password})
-        connect(field, &QLineEdit::textEdited, this, &ModeSettingsTab::dirtied);
+        connect(field, &QLineEdit::textEdited, this, cardChanged);
+    connect(cardFields, &zl::ui::SettingsFields::edited, this, cardChanged);
+    connect(ownFields, &zl::ui::SettingsFields::edited, this, &ModeSettingsTab::dirtied);
     connect(table, &QTableWidget::itemChanged, this, [this](QTableWidgetItem* item) {
         if (filling || item->column() != 0)
             return;
@@ -142,7 +153,15 @@ void ModeSettingsTab::openCard(const QString& id)
     host->setText(entry.host);
     port->setText(entry.port ? QString::number(entry.port) : QString());
     password->setText(entry.password);
+    cardFields->load(
+        zl::Config::instance().section(modeKey).value(QStringLiteral("servers")).toObject().value(id).toObject());
+    cardEdited = false;
     stack->setCurrentIndex(1);
+}
+
+void ModeSettingsTab::loadSectionFields()
+{
+    ownFields->load(zl::Config::instance().section(modeKey));
 }
 
 void ModeSettingsTab::saveCard()
@@ -164,13 +183,32 @@ void ModeSettingsTab::saveCard()
     } else {
         registry.updateUserServer(editingId, entry);
     }
+    // The mode's own values of this server, beside its row's other values.
+    zl::Config& config = zl::Config::instance();
+    QJsonObject section = config.section(modeKey);
+    QJsonObject all = section.value(QStringLiteral("servers")).toObject();
+    QJsonObject values = all.value(editingId).toObject();
+    if (cardFields->store(values)) {
+        all.insert(editingId, values);
+        section.insert(QStringLiteral("servers"), all);
+        config.setSection(modeKey, section);
+        config.save();
+    }
+    cardEdited = false;
     refresh();
 }
 
 void ModeSettingsTab::commit()
 {
-    if (stack->currentIndex() == 1)
+    // What the card holds is kept even when the user went back to the list without OK.
+    if (cardEdited)
         saveCard();
+    zl::Config& config = zl::Config::instance();
+    QJsonObject section = config.section(modeKey);
+    if (ownFields->store(section)) {
+        config.setSection(modeKey, section);
+        config.save();
+    }
 }
 
 bool ModeSettingsTab::returnToListIfEditing()

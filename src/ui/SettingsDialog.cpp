@@ -1,14 +1,22 @@
 #include "ui/SettingsDialog.h"
 
 #include "app/Config.h"
+#include "ui/AllStarSettingsTab.h"
 #include "ui/AmbeSettingsTab.h"
+#include "ui/AprsSettingsTab.h"
 #include "ui/AudioSettingsTab.h"
 #include "ui/DmrSettingsTab.h"
+#include "ui/EchoLinkSettingsTab.h"
 #include "ui/GeneralSettingsTab.h"
 #include "ui/HardwareSettingsTab.h"
+#include "ui/M17SettingsTab.h"
 #include "ui/ModeSettingsTab.h"
+#include "ui/NxdnSettingsTab.h"
+#include "ui/PocsagSettingsTab.h"
 #include "ui/ScreenFit.h"
 #include "ui/StyleSheet.h"
+#include "ui/SvxLinkSettingsTab.h"
+#include "ui/YsfSettingsTab.h"
 
 #include <QCloseEvent>
 #include <QDialogButtonBox>
@@ -31,9 +39,30 @@ QWidget* placeholder(const QString& what)
     return label;
 }
 
-// Modes whose servers come from the server registry; their own tabs come later.
-const QStringList kServerModes = {QStringLiteral("dstar"), QStringLiteral("m17"), QStringLiteral("nxdn"),
-                                  QStringLiteral("p25"), QStringLiteral("ysf")};
+// Modes that have only their servers from the server registry, and no client.
+const QStringList kServerModes = {QStringLiteral("dstar"), QStringLiteral("p25")};
+
+// The tab of a mode with settings of its own; null for the others.
+QWidget* ownModeTab(const QString& key)
+{
+    if (key == QLatin1String("allstar"))
+        return new AllStarSettingsTab;
+    if (key == QLatin1String("aprs"))
+        return new AprsSettingsTab;
+    if (key == QLatin1String("echolink"))
+        return new EchoLinkSettingsTab;
+    if (key == QLatin1String("m17"))
+        return new M17SettingsTab;
+    if (key == QLatin1String("nxdn"))
+        return new NxdnSettingsTab;
+    if (key == QLatin1String("pocsag"))
+        return new PocsagSettingsTab;
+    if (key == QLatin1String("svxlink"))
+        return new SvxLinkSettingsTab;
+    if (key == QLatin1String("ysf"))
+        return new YsfSettingsTab;
+    return nullptr;
+}
 
 struct TabEntry {
     const char* title;
@@ -99,6 +128,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             auto* dmr = new DmrSettingsTab;
             dmr->setIdentitySource([general] { return general->identitiesOf(QStringLiteral("dmr")); });
             tab = dmr;
+        } else if (QWidget* own = ownModeTab(QString::fromLatin1(entry.key))) {
+            tab = own;
         } else if (const QString key = QString::fromLatin1(entry.key); kServerModes.contains(key)) {
             tab = new ModeSettingsTab(title, key, QStringLiteral("The %1 servers the %1 page offers.").arg(title));
         } else {

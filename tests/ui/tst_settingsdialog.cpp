@@ -4,6 +4,7 @@
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
+#include "db/ServerRegistry.h"
 #include "dmr/DmrPeerManager.h"
 #include "ui/MainWindow.h"
 #include "ui/SettingsDialog.h"
@@ -14,12 +15,15 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSpinBox>
 #include <QTabWidget>
 #include <QTest>
 #include <QTimer>
@@ -166,6 +170,7 @@ private slots:
         type(tab, "serverName", "Loop");
         type(tab, "serverHost", "127.0.0.1");
         type(tab, "serverPort", QString::number(reflector.port()));
+        type(tab, "module", "c");
         auto* ok = dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok);
         QTest::mouseClick(ok, Qt::LeftButton);
         QVERIFY(dialog->isVisible());
@@ -178,6 +183,131 @@ private slots:
         QTRY_VERIFY((row = w.findChildren<QWidget*>(QRegularExpression("^m17Row_")).value(0)));
         QTest::mouseClick(row->findChild<QCheckBox*>(), Qt::LeftButton);
         QTRY_COMPARE_WITH_TIMEOUT(reflector.clients().size(), 1, kLoginMs);
+        QCOMPARE(reflector.clients().first().module, 'C');
+    }
+
+    // Each mode's own tab, set through its widgets: Apply writes the keys its page reads, and
+    // only those the user touched.
+    void modeTabsStoreWhatThePagesRead_data()
+    {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QStringList>("expected");
+        const QString server = "click:addServer|serverHost=127.0.0.1|serverPort=";
+        QTest::newRow("M17") << "M17" << (server + "17000|module=c|click:enabled").split('|')
+                             << QStringList{"m17/servers/$user/module=\"C\"", "m17/servers/$user/enabled=true"};
+        QTest::newRow("YSF") << "YSF" << (server + "42000|rx_dgid=10|tx_dgid=20").split('|')
+                             << QStringList{"ysf/servers/$user/rx_dgid=10", "ysf/servers/$user/tx_dgid=20",
+                                            "ysf/servers/$user/enabled="};
+        QTest::newRow("NXDN")
+            << "NXDN" << (server + "41400|tg=65000|ran=7|callsign=xx0nx|radio_id=65530|warn:radio_id").split('|')
+            << QStringList{"nxdn/servers/$user/tg=65000", "nxdn/servers/$user/ran=7",
+                           "nxdn/servers/$user/callsign=\"xx0nx\"", "nxdn/servers/$user/radio_id=65530"};
+        QTest::newRow("POCSAG") << "POCSAG"
+                                << QStringList{"tx_name=XX0TX", "auth_key=k3y", "username=xx0tx", "password=pw",
+                                               "rics=123x",     "warn:rics",    "rics=12345, 99", "click:enabled"}
+                                << QStringList{"pocsag/tx_name=\"XX0TX\"", "pocsag/auth_key=\"k3y\"",
+                                               "pocsag/password=\"pw\"",   "pocsag/rics=\"12345, 99\"",
+                                               "pocsag/enabled=true",      "pocsag/tx_group="};
+        QTest::newRow("Echolink") << "Echolink"
+                                  << QStringList{"click:accept_incoming", "callsign=XX0_EL",  "warn:callsign",
+                                                 "callsign=XX0EL",        "password=s3cret",  "description=Somewhere",
+                                                 "max_connections=3",     "block_list=XX0BAD"}
+                                  << QStringList{"echolink/accept_incoming=true",
+                                                 "echolink/callsign=\"XX0EL\"",
+                                                 "echolink/password=\"s3cret\"",
+                                                 "echolink/description=\"Somewhere\"",
+                                                 "echolink/max_connections=3",
+                                                 "echolink/block_list=\"XX0BAD\"",
+                                                 "echolink/enabled="};
+        QTest::newRow("AllStar") << "AllStar" << QStringList{"click:addEntry", "name=Hub",       "host=bad host",
+                                                             "warn:host",      "host=127.0.0.1", "node=41234",
+                                                             "username=zl",    "password=pw",    "click:enabled"}
+                                 << QStringList{"allstar/servers/0/host=\"127.0.0.1\"",
+                                                "allstar/servers/0/node=\"41234\"", "allstar/servers/0/password=\"pw\"",
+                                                "allstar/servers/0/enabled=true", "allstar/servers/0/port="};
+        QTest::newRow("SvxLink") << "SvxLink" << QStringList{"click:addEntry",        "host=127.0.0.1", "port=5301",
+                                                             "auth_key=key",          "protocol=v3",    "tg=240",
+                                                             "monitor_tgs=240, 2402", "click:enabled"}
+                                 << QStringList{"svxlink/servers/127.0.0.1:5301/auth_key=\"key\"",
+                                                "svxlink/servers/127.0.0.1:5301/protocol=\"v3\"",
+                                                "svxlink/servers/127.0.0.1:5301/tg=240",
+                                                "svxlink/servers/127.0.0.1:5301/monitor_tgs=\"240, 2402\"",
+                                                "svxlink/servers/127.0.0.1:5301/enabled=true",
+                                                "svxlink/servers/127.0.0.1:5301/hang_time="};
+        QTest::newRow("APRS") << "APRS" << QStringList{"callsign_ssid=XX0AP-9",
+                                                       "server_host=127.0.0.1",
+                                                       "server_port=14581",
+                                                       "click:beacon_enabled",
+                                                       "lat=59.5",
+                                                       "lon=18.25"}
+                              << QStringList{"aprs/callsign_ssid=\"XX0AP-9\"",
+                                             "aprs/server_host=\"127.0.0.1\"",
+                                             "aprs/server_port=14581",
+                                             "aprs/beacon_enabled=true",
+                                             "aprs/lat=59.5",
+                                             "aprs/lon=18.25",
+                                             "aprs/filter="};
+    }
+
+    void modeTabsStoreWhatThePagesRead()
+    {
+        QFETCH(QString, title);
+        QFETCH(QStringList, steps);
+        QFETCH(QStringList, expected);
+        MainWindow w;
+        SettingsDialog* dialog = SettingsDialog::openOnTab(&w, "");
+        selectTab(dialog, title);
+        QWidget* tab = dialog->findChild<QTabWidget*>()->currentWidget();
+        for (const QString& step : steps) {
+            const QString name = step.section('=', 0, 0).section(':', -1);
+            const QString value = step.section('=', 1);
+            if (step.startsWith("warn:")) {
+                auto* warning = tab->findChild<QLabel*>(name + "Warning");
+                QVERIFY2(warning && !warning->text().isEmpty(), qPrintable(step));
+            } else if (step.startsWith("click:")) {
+                auto* button = tab->findChild<QAbstractButton*>(name);
+                QVERIFY2(button, qPrintable(step));
+                QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(4, button->height() / 2));
+            } else if (auto* edit = tab->findChild<QLineEdit*>(name)) {
+                edit->clear();
+                QTest::keyClicks(edit, value);
+            } else if (auto* spin = tab->findChild<QAbstractSpinBox*>(name)) {
+                QTest::keyClick(spin, Qt::Key_A, Qt::ControlModifier);
+                QTest::keyClicks(spin, value);
+            } else {
+                auto* combo = tab->findChild<QComboBox*>(name);
+                QVERIFY2(combo, qPrintable(step));
+                QTest::keyClicks(combo, value);
+            }
+        }
+        // Keys and passwords are masked.
+        for (auto* edit : tab->findChildren<QLineEdit*>(
+                 QRegularExpression("password|auth_key", QRegularExpression::CaseInsensitiveOption)))
+            QCOMPARE(edit->echoMode(), QLineEdit::Password);
+        QVERIFY(dialog->isDirty());
+        click(dialog, "applyButton");
+        QVERIFY(!dialog->isDirty());
+
+        for (const QString& each : expected) {
+            QStringList path = each.section('=', 0, 0).split('/');
+            QJsonValue at = zl::Config::instance().section(path.takeFirst());
+            const QString mode = each.section('/', 0, 0).toUpper();
+            for (const QString& step : std::as_const(path)) {
+                if (step == "$user")
+                    at = at.toObject().value(zl::ServerRegistry(mode).user().last().id);
+                else if (at.isArray())
+                    at = at.toArray().at(step.toInt());
+                else
+                    at = at.toObject().value(step);
+            }
+            const QString want = each.section('=', 1);
+            const QJsonValue wanted = want.isEmpty()
+                                          ? QJsonValue(QJsonValue::Undefined)
+                                          : QJsonDocument::fromJson(("[" + want + "]").toUtf8()).array().at(0);
+            QVERIFY2(at == wanted, qPrintable(each + " but is " + at.toVariant().toString()));
+        }
+        delete dialog;
     }
 
     // The log settings wait for Apply; the PTT key does not, and Esc cannot be it.
