@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
-suites="tst_dv3000 tst_dv3000pool tst_dmrvoice"
+suites="tst_dv3000 tst_dv3000pool tst_dmrvoice tst_dmrwindow"
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZL_SANITIZE=thread
 # shellcheck disable=SC2086
 cmake --build build-tsan -j "$jobs" --target $suites

@@ -1,5 +1,7 @@
 #include "PulseServer.h"
 
+#include "SpawnedProgram.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QStandardPaths>
@@ -44,25 +46,25 @@ PulseServer::PulseServer()
         env.insert(QLatin1String(name), dir.path());
     env.remove(QStringLiteral("PULSE_SERVER"));
     env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
-    server.setProcessEnvironment(env);
-    server.setProcessChannelMode(QProcess::MergedChannels);
-    server.setStandardOutputFile(dir.filePath(QStringLiteral("server.log")));
-    server.start(binary, {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
-                          QStringLiteral("--disallow-exit"), QStringLiteral("--log-target=stderr"),
-                          QStringLiteral("-n"), QStringLiteral("-F"), script.fileName()});
-    if (!server.waitForStarted(5000)) {
-        reason = QStringLiteral("pulseaudio did not start: ") + server.errorString();
+    server = std::make_unique<SpawnedProgram>(
+        binary,
+        QStringList{QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
+                    QStringLiteral("--disallow-exit"), QStringLiteral("--log-target=stderr"), QStringLiteral("-n"),
+                    QStringLiteral("-F"), script.fileName()},
+        env, dir.filePath(QStringLiteral("server.log")));
+    if (!server->isRunning()) {
+        reason = QStringLiteral("pulseaudio did not start");
         return;
     }
     qputenv("PULSE_SERVER", serverAddress().toLocal8Bit());
     // The server is up once pactl gets an answer; it needs a moment to load its modules.
     const QDeadlineTimer deadline(15000);
-    while (!deadline.hasExpired() && server.state() == QProcess::Running) {
+    while (!deadline.hasExpired() && server->isRunning()) {
         if (pactl({QStringLiteral("info")}).contains("Server Name"))
             break;
-        server.waitForFinished(100);
+        server->waitForFinished(100);
     }
-    running = server.state() == QProcess::Running && sinkIndex(QStringLiteral("zl_null")) >= 0;
+    running = server->isRunning() && sinkIndex(QStringLiteral("zl_null")) >= 0;
     if (!running) {
         QFile log(dir.filePath(QStringLiteral("server.log")));
         log.open(QIODevice::ReadOnly);
@@ -72,13 +74,7 @@ PulseServer::PulseServer()
 
 PulseServer::~PulseServer()
 {
-    if (server.state() != QProcess::NotRunning) {
-        server.terminate();
-        if (!server.waitForFinished(5000)) {
-            server.kill();
-            server.waitForFinished(5000);
-        }
-    }
+    server.reset();
     if (savedServer.isNull())
         qunsetenv("PULSE_SERVER");
     else
@@ -92,17 +88,9 @@ QString PulseServer::serverAddress() const
 
 QByteArray PulseServer::pactl(const QStringList& args) const
 {
-    QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("PULSE_SERVER"), serverAddress());
-    p.setProcessEnvironment(env);
-    p.start(QStringLiteral("pactl"), args);
-    if (!p.waitForFinished(5000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-        p.kill();
-        p.waitForFinished(1000);
-        return {};
-    }
-    return p.readAllStandardOutput();
+    return SpawnedProgram::run(QStringLiteral("pactl"), args, env, 5000);
 }
 
 int PulseServer::sinkIndex(const QString& sinkName) const
