@@ -1,8 +1,11 @@
 // Starts the real program, as a normal user, in a private folder tree.
+#include "EchoLinkDirectoryServer.h"
+#include "EchoLinkPeer.h"
 #include "HomebrewMaster.h"
 #include "IaxServer.h"
 #include "M17Reflector.h"
 #include "NxdnReflector.h"
+#include "PrivateNetwork.h"
 #include "ProgramSandbox.h"
 #include "SvxReflector.h"
 #include "YsfReflector.h"
@@ -14,6 +17,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -36,6 +41,15 @@ bool hasIax(const IaxServer& server, quint8 subclass)
     return std::any_of(server.received.begin(), server.received.end(), [subclass](const IaxServer::Frame& f) {
         return f.full && f.type == 6 && f.subclass == subclass;
     });
+}
+
+constexpr quint8 kRtcpSdes = 202;
+constexpr quint8 kRtcpBye = 203;
+
+// The kind of the report an EchoLink control datagram carries after its empty receiver report.
+quint8 rtcpKind(const QByteArray& datagram)
+{
+    return datagram.size() > 9 ? quint8(datagram.at(9)) : 0;
 }
 
 // Line numbers of each needle in text, in the order given; -1 where missing.
@@ -145,8 +159,32 @@ private slots:
         QVERIFY(readAll(box.configFile()).contains("XX0ABC"));
     }
 
+    void everyLinkSaysGoodbyeOnSigterm_data()
+    {
+        QTest::addColumn<bool>("echolink");
+        QTest::newRow("loopback links") << false;
+        // EchoLink's ports are fixed, and a station calls from them: the program and the station
+        // each get a network of their own.
+        QTest::newRow("and an EchoLink QSO") << true;
+    }
+
     void everyLinkSaysGoodbyeOnSigterm()
     {
+        QFETCH(bool, echolink);
+        std::optional<PrivateNetwork> net;
+        std::unique_ptr<EchoLinkDirectoryServer> directory;
+        std::unique_ptr<EchoLinkPeer> station;
+        if (echolink) {
+            net.emplace();
+            if (!net->isPermitted())
+                QSKIP(qPrintable("cannot make a private network: " + net->failure()));
+            QVERIFY2(net->isReady(), qPrintable(net->failure()));
+            directory = std::make_unique<EchoLinkDirectoryServer>(QHostAddress::LocalHost, 5200);
+            QVERIFY(directory->isListening());
+            station = net->onNeighbour(
+                [] { return std::make_unique<EchoLinkPeer>(PrivateNetwork::neighbourAddress(), 5198, 5199); });
+            QVERIFY(station->isBound());
+        }
         HomebrewMaster master;
         M17Reflector m17;
         YsfReflector ysf;
@@ -160,7 +198,7 @@ private slots:
         QVERIFY(box.isValid());
         const QJsonObject peer = homePeer(master.port());
         const QJsonArray me{QJsonObject{{"label", "home"}, {"callsign", "XX0ABC"}, {"id_field", "1234"}}};
-        box.writeConfig(QJsonObject{
+        QJsonObject config{
             {"dmr", QJsonObject{{"peers", QJsonArray{peer}}}},
             {"identities", QJsonObject{{"m17", me}, {"ysf", me}, {"nxdn", me}}},
             {"m17", reflectorSection(m17.port())},
@@ -176,7 +214,14 @@ private slots:
                                                                        {"username", "radio"},
                                                                        {"node", "2000"},
                                                                        {"callsign", "XX0ABC"},
-                                                                       {"enabled", true}}}}}}});
+                                                                       {"enabled", true}}}}}}};
+        if (echolink)
+            config.insert("echolink", QJsonObject{{"enabled", true},
+                                                  {"callsign", "XX0ABC"},
+                                                  {"password", "pw"},
+                                                  {"servers", "127.0.0.1"},
+                                                  {"accept_incoming", true}});
+        box.writeConfig(config);
         QProcess* p = box.start();
         QTRY_VERIFY_WITH_TIMEOUT(master.isLoggedIn(240000101), kStartTimeoutMs);
         QTRY_COMPARE_WITH_TIMEOUT(m17.clients().size(), 1, kStartTimeoutMs);
@@ -187,6 +232,15 @@ private slots:
         const QString logDir = box.root() + "/log";
         QCOMPARE(ProgramSandbox::logFiles(logDir).size(), 1);
         const QString path = logDir + "/" + ProgramSandbox::logFiles(logDir).first();
+        if (echolink) {
+            // Registered, the program listens for stations; it takes the call by answering the
+            // station's SDES with its own.
+            QTRY_VERIFY_WITH_TIMEOUT(!directory->requests.isEmpty(), kStartTimeoutMs);
+            QTRY_VERIFY_WITH_TIMEOUT(readAll(path).contains("EchoLinkDispatcher: bound UDP"), kStartTimeoutMs);
+            station->connectTo(PrivateNetwork::hereAddress());
+            QTRY_VERIFY_WITH_TIMEOUT(!station->ctrlReceived.isEmpty(), kStartTimeoutMs);
+            QCOMPARE(rtcpKind(station->ctrlReceived.first()), kRtcpSdes);
+        }
 
         QCOMPARE(::kill(pid_t(p->processId()), SIGTERM), 0);
         QTRY_COMPARE_WITH_TIMEOUT(master.receivedWith("RPTCL").size(), 1, kStartTimeoutMs);
@@ -201,6 +255,8 @@ private slots:
         QTRY_VERIFY(!nxdn.received.isEmpty() && nxdn.received.last().startsWith("NXDNU"));
         QTRY_VERIFY(svx.nodes().isEmpty());
         QTRY_VERIFY(hasIax(allstar, kIaxHangup));
+        if (echolink)
+            QTRY_COMPARE(rtcpKind(station->ctrlReceived.last()), kRtcpBye);
 
         const QString log = readAll(path);
         const QList<int> at = linesOf(
