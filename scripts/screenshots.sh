@@ -14,8 +14,12 @@ out=$(realpath "$out")
 
 home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
-mkdir -p "$home/config/xx0abc/zephyrlake"
-cat > "$home/config/xx0abc/zephyrlake/config.json" <<'JSON'
+
+# A made-up configuration, fresh for each screen size: no window geometry carries over.
+fresh_config() {
+    rm -rf "$home/config" "$home/cache" "$home/state"
+    mkdir -p "$home/config/xx0abc/zephyrlake"
+    cat > "$home/config/xx0abc/zephyrlake/config.json" <<'JSON'
 {
   "general": {"callsign": "XX0ABC", "default_mode": "DMR"},
   "hardware": {"ambe_md380_enabled": false},
@@ -35,10 +39,12 @@ cat > "$home/config/xx0abc/zephyrlake/config.json" <<'JSON'
   ]}
 }
 JSON
-chmod -R a+rwX "$home"
+    chown -R nobody "$home"
+}
 
 display=97
 for size in 800x480 1366x768 1920x1080; do
+    fresh_config
     Xvfb ":$display" -screen 0 "${size}x24" -nolisten tcp >/dev/null 2>&1 &
     xvfb=$!
     sleep 1
@@ -46,11 +52,11 @@ for size in 800x480 1366x768 1920x1080; do
         XDG_STATE_HOME="$home/state" DISPLAY=":$display" QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR="$scale" \
         ASAN_OPTIONS=detect_leaks=0 runuser -u nobody -- "$program" >"$home/program.log" 2>&1 &
     app=$!
-    main=$(DISPLAY=":$display" xdotool search --sync --name "^zephyrlake · [0-9a-z]" | head -n 1)
+    main=$(DISPLAY=":$display" xdotool search --sync --onlyvisible --name "zephyrlake" | head -n 1)
     sleep 4
     DISPLAY=":$display" xwd -root -silent | convert xwd:- "$out/main-$size.png"
     DISPLAY=":$display" xdotool windowfocus --sync "$main" key ctrl+comma
-    dialog=$(DISPLAY=":$display" xdotool search --sync --name "^zephyrlake · Settings" | head -n 1)
+    dialog=$(DISPLAY=":$display" xdotool search --sync --onlyvisible --name "Settings" | head -n 1)
     sleep 1
     for tab in $(seq -w 1 17); do
         DISPLAY=":$display" xwd -id "$dialog" -silent | convert xwd:- "$out/settings-$size-$tab.png"

@@ -54,13 +54,7 @@ const char* dotColour(zl::dmr::DmrPeerClient::State state)
 DmrModePage::DmrModePage(QWidget* parent) : BaseModePage(QStringLiteral("DMR"), parent)
 {
     auto* layout = new QVBoxLayout(this);
-    auto* header = new QHBoxLayout;
-    for (const char* column : {"PEER", "NETWORK", "ON", "CALL", "TG"}) {
-        auto* label = new QLabel(QLatin1String(column));
-        label->setProperty("header", true);
-        header->addWidget(label, 1);
-    }
-    layout->addLayout(header);
+    layout->addWidget(zl::ui::DmrPeerRow::header());
     rowsLayout = new QVBoxLayout;
     rowsLayout->setSpacing(4);
     layout->addLayout(rowsLayout);

@@ -3,6 +3,7 @@
 #include "app/Config.h"
 #include "app/Identity.h"
 #include "ui/BaseModePage.h"
+#include "ui/StyleSheet.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -13,15 +14,62 @@
 
 namespace zl::ui {
 
+namespace {
+
+// Widths of the fields that do not stretch, shared by the rows and their header.
+struct Columns {
+    int dot = 14;
+    int marker = 12;
+    int on = zl::uiScale(34);
+    int tg = zl::uiScale(96);
+    int callType = zl::uiScale(44);
+    int edit = zl::uiScale(60);
+};
+
+QHBoxLayout* rowLayout(QFrame* frame)
+{
+    frame->setProperty("row", true);
+    auto* layout = new QHBoxLayout(frame);
+    layout->setContentsMargins(6, 3, 6, 3);
+    layout->setSpacing(6);
+    return layout;
+}
+
+} // namespace
+
+QFrame* DmrPeerRow::header()
+{
+    const Columns widths;
+    auto* frame = new QFrame;
+    frame->setObjectName(QStringLiteral("peerHeader"));
+    QHBoxLayout* layout = rowLayout(frame);
+    // A row's frame without its colours: the same border and margins keep the columns in line.
+    frame->setStyleSheet(QStringLiteral("QFrame#peerHeader { background: transparent; border-color: transparent; }"));
+    const auto title = [layout](const char* text, int width, int stretch) {
+        auto* label = new QLabel(QLatin1String(text));
+        label->setProperty("header", true);
+        if (width > 0)
+            label->setFixedWidth(width);
+        layout->addWidget(label, stretch);
+    };
+    title("", widths.dot + widths.marker + layout->spacing(), 0);
+    title("PEER", 0, 2);
+    title("NETWORK", 0, 1);
+    title("ON", widths.on, 0);
+    title("CALL", 0, 1);
+    title("TG", widths.tg + widths.callType + widths.edit + 2 * layout->spacing(), 0);
+    return frame;
+}
+
 DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(parent), peer(shown)
 {
-    setProperty("row", true);
     setObjectName(QStringLiteral("peerRow_") + peer.label);
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(6, 3, 6, 3);
+    QHBoxLayout* layout = rowLayout(this);
+    const Columns widths;
     dot = new QLabel(QStringLiteral("●"));
+    dot->setFixedWidth(widths.dot);
     marker = new QLabel;
-    marker->setMinimumWidth(12);
+    marker->setFixedWidth(widths.marker);
     name = new QLabel;
     network = new QLabel;
     onBox = new QCheckBox;
@@ -37,6 +85,10 @@ DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(par
     editButton = new QPushButton(QStringLiteral("Edit"));
     editButton->setProperty("variant", QStringLiteral("ghost"));
     editButton->setToolTip(QStringLiteral("Edit this peer in Settings."));
+    onBox->setFixedWidth(widths.on);
+    tgSpin->setFixedWidth(widths.tg);
+    callType->setFixedWidth(widths.callType);
+    editButton->setFixedWidth(widths.edit);
     layout->addWidget(dot);
     layout->addWidget(marker);
     layout->addWidget(name, 2);

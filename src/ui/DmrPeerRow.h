@@ -19,6 +19,8 @@ class DmrPeerRow : public QFrame {
 
 public:
     explicit DmrPeerRow(const zl::dmr::Peer& peer, QWidget* parent = nullptr);
+    // The column titles, laid out as a row so that they stand over the row's fields.
+    static QFrame* header();
 
     QString label() const { return peer.label; }
     // Shows a newer copy of the same peer.

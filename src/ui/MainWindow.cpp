@@ -106,15 +106,18 @@ QString statusDotStyle(const char* colour)
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 {
     setWindowTitle(QStringLiteral("zephyrlake · %1").arg(QLatin1String(zl::kAppVersion)));
-    resize(zl::uiScale(780), zl::uiScale(1020));
-    setMinimumSize(zl::uiScale(380), zl::uiScale(560));
+    compact = zl::ui::isShortScreen();
+    // On a short screen the window takes the whole screen (cut to it below): every line counts.
+    resize(compact ? QSize(4000, 4000) : QSize(zl::uiScale(780), zl::uiScale(1020)));
+    setMinimumSize(zl::uiScale(380), qMin(zl::uiScale(560), compact ? 400 : zl::uiScale(560)));
     modes = {"AllStar", "APRS", "D-STAR", "DMR",    "DMR SMS", "Echolink",
              "M17",     "NXDN", "P25",    "POCSAG", "SvxLink", "YSF"};
 
     auto* central = new QWidget;
     auto* layout = new QVBoxLayout(central);
-    layout->setContentsMargins(12, 12, 12, 12);
-    layout->setSpacing(10);
+    const int margin = compact ? 4 : 12;
+    layout->setContentsMargins(margin, margin, margin, margin);
+    layout->setSpacing(compact ? 4 : 10);
 
     // Told once, where the user looks: what happened to a configuration that could not be read.
     const QString configProblem = zl::Config::instance().loadProblem();
@@ -129,7 +132,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     }
 
     auto* cardArea = new QWidget;
-    auto* flow = new zl::ui::FlowLayout(8, cardArea);
+    auto* flow = new zl::ui::FlowLayout(compact ? 4 : 8, cardArea);
     modeGroup = new QButtonGroup(this);
     modeGroup->setExclusive(true);
     for (const QString& mode : std::as_const(modes)) {
@@ -137,7 +140,6 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         card->setObjectName(QStringLiteral("card_") + BaseModePage::keyOf(mode));
         card->setProperty("card", true);
         card->setCheckable(true);
-        card->setMinimumSize(zl::uiScale(150), zl::uiScale(70));
         card->setProperty("helpText", QStringLiteral("%1: click to make it the active mode. PTT and the audio "
                                                      "fields below act on the active mode; all enabled modes keep "
                                                      "receiving.")
@@ -189,6 +191,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     pageScroll->setWidgetResizable(true);
     pageScroll->setFrameShape(QFrame::NoFrame);
     pageScroll->setWidget(stack);
+    // At least four rows of the page stay in view, whatever the last-heard table wants.
+    pageScroll->setMinimumHeight(zl::uiScale(compact ? 150 : 170));
     layout->addWidget(pageScroll, 3);
 
     lastHeardGroup = new QGroupBox(QStringLiteral("Last heard (all active modes — click for large view)"));
@@ -204,8 +208,9 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     lastHeard->setSelectionBehavior(QAbstractItemView::SelectRows);
     lastHeard->setAlternatingRowColors(true);
     lastHeard->verticalHeader()->setVisible(false);
-    lastHeard->horizontalHeader()->setStretchLastSection(true);
-    lastHeard->setMinimumHeight(zl::uiScale(140));
+    // Every column in view at any width: no column hides behind a scroll bar.
+    lastHeard->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    lastHeard->setMinimumHeight(compact ? 72 : zl::uiScale(140));
     groupLayout->addWidget(lastHeard);
     connect(lastHeard, &QTableWidget::cellClicked, this, &MainWindow::openDetachedLastHeard);
     layout->addWidget(lastHeardGroup, 2);
@@ -237,6 +242,11 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     tickClock();
     connect(&zl::Config::instance(), &zl::Config::configChanged, this, &MainWindow::onConfigChanged);
 
+    // Wide enough for the status bar's groups and a short message beside them.
+    int statusWidth = zl::uiScale(320);
+    for (const QWidget* part : statusBar()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+        statusWidth += part->sizeHint().width();
+    resize(size().expandedTo(QSize(statusWidth, 0)));
     const QByteArray geometry = zl::Config::instance().windowGeometry(QStringLiteral("main"));
     if (!geometry.isEmpty())
         restoreGeometry(geometry);
@@ -262,8 +272,14 @@ MainWindow::~MainWindow()
 
 void MainWindow::buildAudioRows(QVBoxLayout* layout)
 {
-    const auto row = [this, layout](const QString& name, const QString& tip, QPushButton*& mute, QComboBox*& combo,
-                                    QProgressBar*& level, QSlider*& slider) {
+    // On a short screen microphone and speaker share a line, as do the TX label and PTT.
+    QBoxLayout* audioLine = layout;
+    if (compact) {
+        audioLine = new QHBoxLayout;
+        layout->addLayout(audioLine);
+    }
+    const auto row = [this, audioLine](const QString& name, const QString& tip, QPushButton*& mute, QComboBox*& combo,
+                                       QProgressBar*& level, QSlider*& slider) {
         auto* line = new QHBoxLayout;
         auto* label = new QLabel(name);
         label->setMinimumWidth(zl::uiScale(32));
@@ -286,7 +302,7 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
         line->addWidget(combo, 2);
         line->addWidget(level, 1);
         line->addWidget(slider, 1);
-        layout->addLayout(line);
+        audioLine->addLayout(line);
         const QString key = name.toLower();
         mute->setObjectName(key + QStringLiteral("Mute"));
         combo->setObjectName(key + QStringLiteral("Combo"));
@@ -300,13 +316,18 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
     txLabel = new QLabel(QStringLiteral("TX → DMR"));
     txLabel->setObjectName(QStringLiteral("txLabel"));
     txLabel->setAlignment(Qt::AlignCenter);
-    layout->addWidget(txLabel);
+    QBoxLayout* pttLine = layout;
+    if (compact) {
+        pttLine = new QHBoxLayout;
+        layout->addLayout(pttLine);
+    }
+    pttLine->addWidget(txLabel);
     pttButton = new QPushButton(QStringLiteral("PTT"));
     pttButton->setObjectName(QStringLiteral("ptt"));
     pttButton->setCheckable(true);
     pttButton->setProperty("helpText", QStringLiteral("Push to talk on the active mode. A key can be bound in the "
                                                       "settings; it never fires while you type in a text field."));
-    layout->addWidget(pttButton);
+    pttLine->addWidget(pttButton, 1);
     connect(pttButton, &QPushButton::toggled, this, &MainWindow::onPttToggled);
     pttReleaseTimer = new QTimer(this);
     pttReleaseTimer->setSingleShot(true);
@@ -560,12 +581,26 @@ void MainWindow::refreshCard(const QString& mode)
     }
     const QString server = page->serverText();
     const QString target = page->targetText();
-    label->setText(
-        QStringLiteral("<div style='font-size:13pt;font-weight:700;color:#00ffff;'>%1 <span "
-                       "style='color:%2;font-size:14pt;'>●</span></div><div "
-                       "style='color:rgba(0,255,255,0.75);font-size:9pt;'>%3</div><div "
-                       "style='color:rgba(0,255,255,0.55);font-size:9pt;'>%4</div>")
-            .arg(mode, colour, server.isEmpty() ? QStringLiteral("—") : server, target.isEmpty() ? word : target));
+    // Long server names are cut, so that one card does not push the others to a new line.
+    const auto cut = [](const QString& text) { return text.size() > 24 ? text.left(23) + QStringLiteral("…") : text; };
+    const QString serverLine = server.isEmpty() ? QStringLiteral("—") : cut(server);
+    const QString targetLine = target.isEmpty() ? word : cut(target);
+    if (compact) {
+        // One line; what the second and third lines would say is in the tool tip.
+        label->setText(QStringLiteral("<span style='font-size:10pt;font-weight:700;color:#00ffff;'>%1</span> <span "
+                                      "style='color:%2;font-size:11pt;'>●</span>")
+                           .arg(mode, colour));
+        card->setToolTip(QStringLiteral("%1 — %2").arg(serverLine, targetLine));
+    } else {
+        label->setText(QStringLiteral("<div style='font-size:13pt;font-weight:700;color:#00ffff;'>%1 <span "
+                                      "style='color:%2;font-size:14pt;'>●</span></div><div "
+                                      "style='color:rgba(0,255,255,0.75);font-size:9pt;'>%3</div><div "
+                                      "style='color:rgba(0,255,255,0.55);font-size:9pt;'>%4</div>")
+                           .arg(mode, colour, serverLine, targetLine));
+    }
+    // The card grows with its text: the point sizes above do not follow the window's scale.
+    const QSize least = compact ? QSize(zl::uiScale(100), 0) : QSize(zl::uiScale(150), zl::uiScale(70));
+    card->setMinimumSize(least.expandedTo(label->sizeHint() + QSize(16, 8)));
 }
 
 void MainWindow::onConfigChanged()

@@ -94,6 +94,8 @@ private:
     QHash<QString, QPushButton*> cards;
     QButtonGroup* modeGroup = nullptr;
     QString activeMode;
+    // Laid out for a screen less than 600 px high (see zl::ui::isShortScreen).
+    bool compact = false;
     bool pttActive = false;
     QString txMode;
     QString txPeerLabel;

@@ -38,4 +38,10 @@ void fitToScreen(QWidget* window)
         window->move(x, y);
 }
 
+bool isShortScreen()
+{
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    return screen && screen->availableGeometry().height() < 600;
+}
+
 } // namespace zl::ui

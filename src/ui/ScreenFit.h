@@ -9,4 +9,8 @@ namespace zl::ui {
 // restored on a since-removed or smaller monitor must not open out of reach.
 void fitToScreen(QWidget* window);
 
+// A screen less than 600 px high, such as the Raspberry Pi's 7-inch display: the main
+// window trades the cards' second and third lines and some spacing for room to work in.
+bool isShortScreen();
+
 } // namespace zl::ui

@@ -23,6 +23,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -99,11 +100,12 @@ SettingsDialog* SettingsDialog::showSingleton(QWidget* parent)
 SettingsDialog* SettingsDialog::openOnTab(QWidget* parent, const QString& key, const QString& peerLabel)
 {
     SettingsDialog* dialog = showSingleton(parent);
-    for (int i = 0; i < dialog->tabs->count(); ++i) {
-        if (dialog->tabs->widget(i)->property("tabKey").toString() == key)
+    for (int i = 0; i < int(dialog->pages.size()); ++i) {
+        if (dialog->pages.at(i)->property("tabKey").toString() == key)
             dialog->tabs->setCurrentIndex(i);
     }
-    if (auto* dmr = qobject_cast<DmrSettingsTab*>(dialog->tabs->currentWidget()); dmr && !peerLabel.isEmpty())
+    if (auto* dmr = qobject_cast<DmrSettingsTab*>(dialog->pages.value(dialog->tabs->currentIndex()));
+        dmr && !peerLabel.isEmpty())
         dmr->editPeer(peerLabel);
     return dialog;
 }
@@ -136,7 +138,13 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             tab = placeholder(title);
         }
         tab->setProperty("tabKey", QString::fromLatin1(entry.key));
-        tabs->addTab(tab, title);
+        pages.append(tab);
+        // A tab taller than a small screen scrolls instead of being squeezed.
+        auto* scroll = new QScrollArea;
+        scroll->setWidgetResizable(true);
+        scroll->setFrameShape(QFrame::NoFrame);
+        scroll->setWidget(tab);
+        tabs->addTab(scroll, title);
         // A tab without the signal takes no part in dirty tracking.
         if (tab->metaObject()->indexOfSignal("dirtied()") >= 0)
             connect(tab, SIGNAL(dirtied()), this, SLOT(onTabDirtied()));
@@ -173,8 +181,7 @@ void SettingsDialog::setDirty(bool on)
 void SettingsDialog::commitAll()
 {
     // In tab order; each tab writes its sections and saves. One announcement for all of them.
-    for (int i = 0; i < tabs->count(); ++i) {
-        QWidget* tab = tabs->widget(i);
+    for (QWidget* tab : std::as_const(pages)) {
         if (tab->metaObject()->indexOfMethod("commit()") >= 0)
             QMetaObject::invokeMethod(tab, "commit", Qt::DirectConnection);
     }
@@ -185,7 +192,9 @@ void SettingsDialog::commitAll()
 bool SettingsDialog::returnToListIfEditing()
 {
     bool wasEditing = false;
-    QWidget* tab = tabs->currentWidget();
+    QWidget* tab = pages.value(tabs->currentIndex());
+    if (!tab)
+        return false;
     if (tab->metaObject()->indexOfMethod("returnToListIfEditing()") >= 0)
         QMetaObject::invokeMethod(tab, "returnToListIfEditing", Qt::DirectConnection, Q_RETURN_ARG(bool, wasEditing));
     return wasEditing;

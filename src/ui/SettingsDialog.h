@@ -42,6 +42,8 @@ private:
     static QPointer<SettingsDialog>& singleton();
 
     QTabWidget* tabs;
+    // The tabs themselves, in tab order; each sits in a scroll area on the tab widget.
+    QList<QWidget*> pages;
     QPushButton* applyButton;
     bool dirty = false;
 };
