@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -58,6 +59,7 @@ AllStarModePage::AllStarModePage(QWidget* parent) : BaseModePage(QStringLiteral(
     rowsLayout = new QVBoxLayout;
     rowsLayout->setSpacing(4);
     layout->addLayout(rowsLayout);
+    layout->addWidget(addButton(QStringLiteral("+ Add node")), 0, Qt::AlignLeft);
     commandEdit = new QLineEdit;
     commandEdit->setObjectName(QStringLiteral("allstarCommand"));
     commandEdit->setPlaceholderText(

@@ -2,9 +2,11 @@
 
 #include "app/Identity.h"
 #include "db/ServerRegistry.h"
+#include "ui/SettingsDialog.h"
 
 #include <QComboBox>
 #include <QLabel>
+#include <QPushButton>
 #include <QStandardItemModel>
 #include <QStyle>
 
@@ -102,4 +104,19 @@ bool BaseModePage::fillServerCombo(QComboBox* combo, const QString& mode)
     const int keep = combo->findData(previous);
     combo->setCurrentIndex(keep >= 0 ? keep : 0);
     return true;
+}
+
+void BaseModePage::openModeSettings()
+{
+    SettingsDialog::openOnTab(window(), modeKey());
+}
+
+QPushButton* BaseModePage::addButton(const QString& text)
+{
+    auto* button = new QPushButton(text);
+    button->setObjectName(QStringLiteral("addInSettings"));
+    button->setProperty("variant", QStringLiteral("ghost"));
+    button->setToolTip(QStringLiteral("Opens the settings on the %1 tab").arg(modeName));
+    connect(button, &QPushButton::clicked, this, &BaseModePage::openModeSettings);
+    return button;
 }

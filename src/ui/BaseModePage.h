@@ -4,6 +4,7 @@
 #include <QWidget>
 
 class QComboBox;
+class QPushButton;
 class QLabel;
 
 // Base of every mode page held in the main window's stack. The window reads the card
@@ -50,6 +51,10 @@ signals:
     void transmissionEnded(QString call);
 
 protected:
+    // The settings on this mode's tab, where its servers or peers are added and edited.
+    void openModeSettings();
+    // A button under the rows that opens them, for adding one more.
+    QPushButton* addButton(const QString& text);
     // Fills a combo with the identities of the mode (data: label) and selects the stored one.
     static void fillIdentityCombo(QComboBox* combo, const QString& modeKey);
     // Fills a combo with the selected servers of the mode (data: id), keeping the current

@@ -12,6 +12,7 @@
 #include <QDebug>
 #include <QJsonObject>
 #include <QLabel>
+#include <QPushButton>
 #include <QTime>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -55,6 +56,7 @@ M17ModePage::M17ModePage(QWidget* parent) : BaseModePage(QStringLiteral("M17"), 
     layout->addWidget(title);
     rowsLayout = new QVBoxLayout;
     layout->addLayout(rowsLayout);
+    layout->addWidget(addButton(QStringLiteral("+ Add reflector")), 0, Qt::AlignLeft);
     layout->addStretch(1);
 
     voice = new zl::m17::M17Voice(this);
@@ -180,6 +182,7 @@ void M17ModePage::rebuildRows()
             rows.insert(key, row);
             connect(row, &M17ReflectorRow::clickedActive, this, &M17ModePage::onRowClicked);
             connect(row, &M17ReflectorRow::toggled, this, &M17ModePage::onRowToggled);
+            connect(row, &M17ReflectorRow::editRequested, this, &M17ModePage::openModeSettings);
             connect(row, &M17ReflectorRow::moduleChanged, this, [this](const QString& rowKey, const QString& module) {
                 storeRow(rowKey, "module", module);
                 servers[rowKey].module = module;

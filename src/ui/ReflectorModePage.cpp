@@ -8,6 +8,7 @@
 #include "ui/ReflectorRow.h"
 
 #include <QLabel>
+#include <QPushButton>
 #include <QTime>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -33,6 +34,7 @@ ReflectorModePage::ReflectorModePage(const QString& mode, QWidget* parent) : Bas
     layout->addWidget(title);
     rowsLayout = new QVBoxLayout;
     layout->addLayout(rowsLayout);
+    layout->addWidget(addButton(QStringLiteral("+ Add reflector")), 0, Qt::AlignLeft);
     layout->addStretch(1);
 }
 
@@ -130,6 +132,7 @@ void ReflectorModePage::rebuildRows()
             connect(row, &ReflectorRow::clickedActive, this, &ReflectorModePage::makeActive);
             connect(row, &ReflectorRow::toggled, this, &ReflectorModePage::onRowToggled);
             connect(row, &ReflectorRow::fieldChanged, this, &ReflectorModePage::storeRow);
+            connect(row, &ReflectorRow::editRequested, this, &ReflectorModePage::openModeSettings);
         }
         rowsLayout->addWidget(row); // keeps list order
         row->show(rowName(key), QStringLiteral("%1:%2").arg(server.host).arg(server.port), server.enabled,

@@ -28,8 +28,7 @@ ReflectorRow::ReflectorRow(const QString& key, QWidget* parent) : QFrame(parent)
     onBox->setToolTip(QStringLiteral("Connect this reflector automatically. Off = configured but dormant."));
     editButton = new QPushButton(QStringLiteral("Edit"));
     editButton->setProperty("variant", QStringLiteral("ghost"));
-    // Servers are edited in the settings dialog, which is not part of the program yet.
-    editButton->setEnabled(false);
+    editButton->setToolTip(QStringLiteral("Edit this reflector in Settings."));
     layout->addWidget(dot);
     layout->addWidget(marker);
     layout->addWidget(name, 2);

@@ -4,10 +4,13 @@
 #include "audio/AudioMixer.h"
 #include "svx/SvxReflectorClient.h"
 #include "svx/SvxReflectorConfig.h"
+#include "ui/ScreenFit.h"
+#include "ui/StyleSheet.h"
 #include "ui/SvxServerRow.h"
 
 #include <QDialog>
 #include <QFileInfo>
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QJsonDocument>
 #include <QLabel>
@@ -68,7 +71,11 @@ SvxLinkModePage::SvxLinkModePage(QWidget* parent) : BaseModePage(QStringLiteral(
     auto* nodesButton = new QPushButton(QStringLiteral("Nodes…"));
     nodesButton->setObjectName(QStringLiteral("svxNodesButton"));
     connect(nodesButton, &QPushButton::clicked, this, [this] { nodeListDialog()->open(); });
-    layout->addWidget(nodesButton);
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(addButton(QStringLiteral("+ Add reflector")));
+    buttons->addWidget(nodesButton);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
     auto* hint = new QLabel(QStringLiteral("Click a reflector to make it the one PTT transmits through."));
     hint->setWordWrap(true);
     layout->addWidget(hint);
@@ -371,8 +378,12 @@ QDialog* SvxLinkModePage::nodeListDialog()
     table->setHorizontalHeaderLabels({QStringLiteral("CALLSIGN"), QStringLiteral("LOCATION"), QStringLiteral("TG")});
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->horizontalHeader()->setStretchLastSection(true);
+    table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    table->horizontalHeader()->setSectionResizeMode(2, QHeaderView::ResizeToContents);
     layout->addWidget(table);
+    // Room for a callsign, a location and the talk group, cut to a small screen.
+    dialog->resize(zl::uiScale(560), zl::uiScale(520));
+    zl::ui::fitToScreen(dialog);
 
     const QString key = activeKey;
     const zl::svx::SvxReflectorClient* each = clients.value(key);
