@@ -201,19 +201,6 @@ private slots:
         QVERIFY(agc.gain < 0.35);
     }
 
-    void jitterQueuePrerollsAtDepth()
-    {
-        JitterQueue q;
-        q.setFormat(48000, 4);
-        QCOMPARE(q.bytesFor(20), 3840);
-        for (int i = 0; i < 9; ++i)
-            QVERIFY(!q.push(bytesOfValue(960, 1), i * 20, 200));
-        QVERIFY(!q.isPlaying());
-        QVERIFY(q.push(bytesOfValue(960, 1), 180, 200));
-        QVERIFY(q.isPlaying());
-        QVERIFY(!q.push(bytesOfValue(960, 1), 200, 200)); // reported once
-    }
-
     void jitterQueueKeepsTheNewestTwoSeconds()
     {
         JitterQueue q;
@@ -285,18 +272,6 @@ private slots:
         clock.wrote(1920, 100000);
         QCOMPARE(clock.queuedBytes(100000), 1920);
         QCOMPARE(clock.queuedBytes(105000), 960);
-    }
-
-    void jitterQueuePlaysAShortBurstAfterTheDepth()
-    {
-        JitterQueue q;
-        q.setFormat(48000, 4);
-        for (int t = 0; t <= 40; t += 20)
-            q.push(bytesOfValue(960, 1), t, 200);
-        QCOMPARE(q.step(239, 200, 38400, 38400).kind, JitterQueue::Step::Wait);
-        const JitterQueue::Step s = q.step(240, 200, 38400, 38400);
-        QCOMPARE(s.kind, JitterQueue::Step::Write);
-        QCOMPARE(s.bytes, 3 * 3840);
     }
 
     void comfortNoiseIsSmallAndRandom()

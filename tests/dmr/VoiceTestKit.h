@@ -1,98 +1,24 @@
 #pragma once
 
-// Helpers shared by the DMR voice and peer manager tests: log capture across threads, calls
-// into objects on the vocoder thread, and hand-built DMRD frames.
+// Helpers shared by the DMR voice and peer tests: calls into objects on the vocoder thread,
+// hand-built DMRD frames and simulated AMBE chips.
+#include "LogCapture.h"
 #include "SimulatedAmbeChip.h"
 #include "app/Config.h"
 #include "app/ThreadHandOff.h"
 #include "dmr/AmbeBurst.h"
 #include "hw/Dv3000Pool.h"
 
-#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMetaObject>
-#include <QStringList>
 #include <QTest>
 #include <QtEndian>
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace kit {
-
-// Every log line of every thread while alive; the previous handler still sees them. One lock
-// guards the capture in use and its lines, so a capture never goes while a handler writes.
-class LogCapture {
-public:
-    LogCapture()
-    {
-        const std::lock_guard lock(mutex());
-        current() = this;
-        previous = qInstallMessageHandler(&LogCapture::handle);
-    }
-    ~LogCapture()
-    {
-        const std::lock_guard lock(mutex());
-        qInstallMessageHandler(previous);
-        current() = nullptr;
-    }
-    QStringList lines() const
-    {
-        const std::lock_guard lock(mutex());
-        return captured;
-    }
-    QStringList matching(const QString& part) const { return lines().filter(part); }
-    // Wall-clock time of the first line containing part, 0 if none.
-    qint64 timeOf(const QString& part) const
-    {
-        const std::lock_guard lock(mutex());
-        for (qsizetype i = 0; i < captured.size(); ++i) {
-            if (captured.at(i).contains(part))
-                return times.at(i);
-        }
-        return 0;
-    }
-    bool contains(const QString& part) const { return !matching(part).isEmpty(); }
-    void clear()
-    {
-        const std::lock_guard lock(mutex());
-        captured.clear();
-        times.clear();
-    }
-
-private:
-    static LogCapture*& current()
-    {
-        static LogCapture* instance = nullptr;
-        return instance;
-    }
-    static std::mutex& mutex()
-    {
-        static std::mutex lock;
-        return lock;
-    }
-    static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text)
-    {
-        QtMessageHandler passOn = nullptr;
-        {
-            const std::lock_guard lock(mutex());
-            LogCapture* self = current();
-            if (!self)
-                return;
-            self->captured.append(text);
-            self->times.append(QDateTime::currentMSecsSinceEpoch());
-            passOn = self->previous;
-        }
-        if (type != QtDebugMsg && passOn)
-            passOn(type, context, text);
-    }
-
-    QStringList captured;
-    QList<qint64> times;
-    QtMessageHandler previous = nullptr;
-};
 
 // Runs f on the thread of obj and waits for it.
 template <typename F>

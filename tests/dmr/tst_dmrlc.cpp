@@ -44,43 +44,49 @@ class TestDmrLc : public QObject {
     Q_OBJECT
 
 private slots:
-    void groupCallLcBytesAreTheHandDerivedOnes()
+    // The LC bytes derived by hand (FLCO 0 group, 3 private; FID and options 0; destination, then source,
+    // 24 bits each), the Reed-Solomon parity masked with 0x96 in headers and 0x99 in terminators, and the
+    // decoder reading back what went in.
+    void lcBurstsCarryTheHandDerivedBytes_data()
     {
-        // 2400000 = 0x249F00, TG 91 = 0x00005B; FLCO 0 for a group call; FID and options 0.
-        const QByteArray burst = buildLcBurst(2400000, 91, 1, 1, false);
-        const std::vector<uint8_t> payload = bptcPayload(burst);
-        const std::vector<uint8_t> lc(payload.begin(), payload.begin() + 9);
-        QCOMPARE(lc, (std::vector<uint8_t>{0x00, 0x00, 0x00, 0x00, 0x00, 0x5B, 0x24, 0x9F, 0x00}));
-
-        // Unmasked with 0x96, bytes 9 to 11 complete a Reed-Solomon code word: zero at alpha..alpha^3.
-        std::vector<uint8_t> word = payload;
-        for (int i = 9; i < 12; ++i)
-            word[size_t(i)] ^= 0x96;
-        QVERIFY(reference::hasRsRoots(word));
-        QVERIFY(!reference::hasRsRoots(payload));
+        QTest::addColumn<uint>("src");
+        QTest::addColumn<uint>("dst");
+        QTest::addColumn<int>("dataType");
+        QTest::addColumn<bool>("privateCall");
+        QTest::addColumn<QByteArray>("lc");
+        QTest::newRow("group header") << 2400000U << 91U << 1 << false << QByteArray::fromHex("00000000005b249f00");
+        QTest::newRow("group terminator") << 2400000U << 91U << 2 << false << QByteArray::fromHex("00000000005b249f00");
+        QTest::newRow("private header") << 3100123U << 2623266U << 1 << true
+                                        << QByteArray::fromHex("0300002807222f4ddb");
+        QTest::newRow("largest ids") << 0xFFFFFFU << 0xFFFFFFU << 2 << true
+                                     << QByteArray::fromHex("030000ffffffffffff");
+        QTest::newRow("zero ids") << 0U << 0U << 1 << false << QByteArray(9, '\0');
     }
 
-    void terminatorParityIsMaskedWith0x99()
+    void lcBurstsCarryTheHandDerivedBytes()
     {
-        std::vector<uint8_t> word = bptcPayload(buildLcBurst(2400000, 91, 1, 2, false));
+        QFETCH(uint, src);
+        QFETCH(uint, dst);
+        QFETCH(int, dataType);
+        QFETCH(bool, privateCall);
+        QFETCH(QByteArray, lc);
+        const QByteArray burst = buildLcBurst(src, dst, 1, uint8_t(dataType), privateCall);
+        QCOMPARE(burst.size(), 33);
+        std::vector<uint8_t> word = bptcPayload(burst);
+        QCOMPARE(QByteArray(reinterpret_cast<const char*>(word.data()), 9), lc);
+        QVERIFY(!reference::hasRsRoots(word));
         for (int i = 9; i < 12; ++i)
-            word[size_t(i)] ^= 0x99;
+            word[size_t(i)] ^= dataType == 1 ? 0x96 : 0x99;
         QVERIFY(reference::hasRsRoots(word));
-    }
 
-    void privateCallSetsFlco3()
-    {
-        const std::vector<uint8_t> payload = bptcPayload(buildLcBurst(3100123, 2623266, 7, 1, true));
-        QCOMPARE(payload[0], uint8_t(0x03));
-        QCOMPARE(payload[1], uint8_t(0x00));
-        QCOMPARE(payload[2], uint8_t(0x00));
-        // 2623266 = 0x280722, 3100123 = 0x2F4DDB
-        QCOMPARE(payload[3], uint8_t(0x28));
-        QCOMPARE(payload[4], uint8_t(0x07));
-        QCOMPARE(payload[5], uint8_t(0x22));
-        QCOMPARE(payload[6], uint8_t(0x2F));
-        QCOMPARE(payload[7], uint8_t(0x4D));
-        QCOMPARE(payload[8], uint8_t(0xDB));
+        const std::optional<DMRLC> decoded = fullLcDecode(bytesOf(burst), uint8_t(dataType));
+        QVERIFY(decoded);
+        QCOMPARE(decoded->srcId, src);
+        QCOMPARE(decoded->dstId, dst);
+        QCOMPARE(decoded->FLCO, uint8_t(privateCall ? 3 : 0));
+        QVERIFY(!decoded->PF && !decoded->R && !decoded->FID && !decoded->options);
+        // Read as the other type, the mask is wrong and the check fails.
+        QVERIFY(!fullLcDecode(bytesOf(burst), uint8_t(3 - dataType)));
     }
 
     void lcBurstCarriesSlotTypeAndDataSync()
@@ -93,48 +99,6 @@ private slots:
         const SlotType slotType = slotTypeDecode(b);
         QCOMPARE(slotType.colorCode, uint8_t(12));
         QCOMPARE(slotType.dataType, uint8_t(2));
-    }
-
-    void roundTrip_data()
-    {
-        QTest::addColumn<uint>("src");
-        QTest::addColumn<uint>("dst");
-        QTest::addColumn<int>("dataType");
-        QTest::addColumn<bool>("privateCall");
-        QTest::newRow("group header") << 2400000U << 91U << 1 << false;
-        QTest::newRow("group terminator") << 2400000U << 91U << 2 << false;
-        QTest::newRow("private header") << 2623266U << 3100123U << 1 << true;
-        QTest::newRow("largest ids") << 0xFFFFFFU << 0xFFFFFFU << 2 << true;
-        QTest::newRow("zero ids") << 0U << 0U << 1 << false;
-    }
-
-    void roundTrip()
-    {
-        QFETCH(uint, src);
-        QFETCH(uint, dst);
-        QFETCH(int, dataType);
-        QFETCH(bool, privateCall);
-        const QByteArray burst = buildLcBurst(src, dst, 1, uint8_t(dataType), privateCall);
-        QCOMPARE(burst.size(), 33);
-        const std::optional<DMRLC> lc = fullLcDecode(bytesOf(burst), uint8_t(dataType));
-        QVERIFY(lc);
-        QCOMPARE(lc->srcId, src);
-        QCOMPARE(lc->dstId, dst);
-        QCOMPARE(lc->FLCO, uint8_t(privateCall ? 3 : 0));
-        QCOMPARE(lc->FID, uint8_t(0));
-        QCOMPARE(lc->options, uint8_t(0));
-        QVERIFY(!lc->PF);
-        QVERIFY(!lc->R);
-    }
-
-    void headerReadAsTerminatorFailsAndTheOtherWayRound()
-    {
-        const QByteArray header = buildLcBurst(2400000, 91, 1, 1, false);
-        const QByteArray terminator = buildLcBurst(2400000, 91, 1, 2, false);
-        QVERIFY(fullLcDecode(bytesOf(header), 1));
-        QVERIFY(!fullLcDecode(bytesOf(header), 2));
-        QVERIFY(fullLcDecode(bytesOf(terminator), 2));
-        QVERIFY(!fullLcDecode(bytesOf(terminator), 1));
     }
 
     void unsupportedTypeLogsAndYieldsNothing()
@@ -188,32 +152,27 @@ private slots:
         }
     }
 
-    // One error in each of the 13 rows, each in a different column: the column pass repairs all of them.
-    void oneErrorInEveryRowIsCorrected()
+    // One error in each of the 13 rows, each in another column (the column pass repairs them), or one in
+    // each of the 15 columns, spread over the 9 data rows (rows and columns together repair them).
+    void oneErrorInEveryRowOrColumnIsCorrected_data()
     {
+        QTest::addColumn<bool>("rows");
+        QTest::newRow("rows") << true;
+        QTest::newRow("columns") << false;
+    }
+
+    void oneErrorInEveryRowOrColumnIsCorrected()
+    {
+        QFETCH(bool, rows);
         const QByteArray clean = buildLcBurst(2623266, 3100123, 3, 2, true);
-        for (int shift = 0; shift < 15; ++shift) {
+        for (int shift = 0; shift < (rows ? 15 : 9); ++shift) {
             QByteArray burst = clean;
-            for (int row = 0; row < 13; ++row)
-                flipBit(burst, burstBitOf(row, (row + shift) % 15));
+            for (int i = 0; i < (rows ? 13 : 15); ++i)
+                flipBit(burst, rows ? burstBitOf(i, (i + shift) % 15) : burstBitOf((i + shift) % 9, i));
             const std::optional<DMRLC> lc = fullLcDecode(bytesOf(burst), 2);
             QVERIFY2(lc, qPrintable(QString("shift %1").arg(shift)));
             QCOMPARE(lc->srcId, 2623266U);
             QCOMPARE(lc->dstId, 3100123U);
-        }
-    }
-
-    // One error in each of the 15 columns, spread over the 9 data rows: rows and columns together repair them.
-    void oneErrorInEveryColumnIsCorrected()
-    {
-        const QByteArray clean = buildLcBurst(2623266, 3100123, 3, 1, false);
-        for (int shift = 0; shift < 9; ++shift) {
-            QByteArray burst = clean;
-            for (int column = 0; column < 15; ++column)
-                flipBit(burst, burstBitOf((column + shift) % 9, column));
-            const std::optional<DMRLC> lc = fullLcDecode(bytesOf(burst), 1);
-            QVERIFY2(lc, qPrintable(QString("shift %1").arg(shift)));
-            QCOMPARE(lc->srcId, 2623266U);
         }
     }
 

@@ -86,15 +86,6 @@ private:
     }
 
 private slots:
-    void roundTripForEveryA()
-    {
-        QRandomGenerator rng(42);
-        for (uint32_t a = 0; a < 4096; ++a) {
-            const Frame49 frame = pack49(a, rng.bounded(4096), rng.bounded(1u << 25));
-            QCOMPARE(to49(to72(frame)), frame);
-        }
-    }
-
     void lowBitsOfLastByteAreZero()
     {
         Frame72 allOnes;

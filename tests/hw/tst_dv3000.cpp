@@ -34,6 +34,29 @@ void checkSpeechSamples(const QByteArray& pcm)
 const QByteArray rate33Words = QByteArray::fromHex("04310754240000000000 6F48");
 const QByteArray rate34Words = QByteArray::fromHex("04310754000000000000 7031");
 
+// A simulated chip and the driver opened on it over the pseudo-terminal or UDP.
+struct Rig {
+    SimulatedAmbeChip chip;
+    Dv3000 dv;
+
+    // Opens and waits for the identity.
+    bool open(bool serial)
+    {
+        QSignalSpy detected(&dv, &Dv3000::detected);
+        if (serial) {
+            const QString path = chip.openPty();
+            if (path.isEmpty() || !dv.openPort(path))
+                return false;
+        } else {
+            const quint16 port = chip.listenUdp();
+            if (port == 0 || !dv.openUdp(QStringLiteral("127.0.0.1"), port))
+                return false;
+        }
+        return (detected.count() == 1 || detected.wait(3000)) &&
+               QTest::qWaitFor([this] { return !dv.versionText().isEmpty(); });
+    }
+};
+
 } // namespace
 
 class TestDv3000 : public QObject {
@@ -42,99 +65,73 @@ class TestDv3000 : public QObject {
 private:
     TempConfigHome home;
 
-    // Opens dv on the chip over UDP and waits for the identity.
-    static void openUdp(Dv3000& dv, SimulatedAmbeChip& chip)
-    {
-        QSignalSpy detected(&dv, &Dv3000::detected);
-        const quint16 port = chip.listenUdp();
-        QVERIFY(port != 0);
-        QVERIFY(dv.openUdp(QStringLiteral("127.0.0.1"), port));
-        QVERIFY(detected.count() == 1 || detected.wait(3000));
-        QTRY_VERIFY(!dv.versionText().isEmpty());
-    }
-
-    static void openPty(Dv3000& dv, SimulatedAmbeChip& chip)
-    {
-        QSignalSpy detected(&dv, &Dv3000::detected);
-        const QString path = chip.openPty();
-        QVERIFY(!path.isEmpty());
-        QVERIFY2(dv.openPort(path), qPrintable(dv.errorText()));
-        QVERIFY(detected.count() == 1 || detected.wait(3000));
-        QTRY_VERIFY(!dv.versionText().isEmpty());
-    }
-
 private slots:
-    void detectsChipOverUdp()
+    void detectsChip_data()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        QSignalSpy detected(&dv, &Dv3000::detected);
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
+        QTest::addColumn<int>("replies");
+        QTest::addColumn<QString>("product");
+        QTest::newRow("AMBE3000R") << int(SimulatedAmbeChip::IdentityReplies::Normal) << "AMBE3000R";
+        // Firmware that answers the product id request with its version is an AMBE3000.
+        QTest::newRow("version only") << int(SimulatedAmbeChip::IdentityReplies::VersionOnly) << "AMBE3000";
+    }
+
+    void detectsChip()
+    {
+        QFETCH(int, replies);
+        QFETCH(QString, product);
+        Rig r;
+        r.chip.setIdentityReplies(SimulatedAmbeChip::IdentityReplies(replies));
+        QSignalSpy detected(&r.dv, &Dv3000::detected);
+        QVERIFY(r.open(false));
         QCOMPARE(detected.count(), 1);
-        QCOMPARE(detected.at(0).at(0).toString(), QStringLiteral("AMBE3000R"));
-        QTRY_COMPARE(dv.versionText(), QStringLiteral("V120.E100.XXXX.C106.G514.R009.B0010411.C0020208"));
-        QCOMPARE(dv.productId(), QStringLiteral("AMBE3000R"));
-        QVERIFY(dv.isUdp());
-        QVERIFY(dv.currentPort().startsWith(QStringLiteral("udp://127.0.0.1:")));
+        QCOMPARE(detected.at(0).at(0).toString(), product);
+        QCOMPARE(r.dv.productId(), product);
+        QVERIFY(r.dv.isUdp());
+        QVERIFY(r.dv.currentPort().startsWith(QStringLiteral("udp://127.0.0.1:")));
+        if (product == QLatin1String("AMBE3000R")) {
+            QTRY_COMPARE(r.dv.versionText(), QStringLiteral("V120.E100.XXXX.C106.G514.R009.B0010411.C0020208"));
+        } else { // the version comes with the detection, and a product id request follows: two in all
+            QVERIFY(!detected.at(0).at(1).toString().isEmpty());
+            QTRY_COMPARE(r.chip.productIdRequests(), 2);
+        }
         // The later version reply does not announce the chip a second time.
         QVERIFY(!detected.wait(100));
     }
 
-    void versionOnlyChipIsAmbe3000()
-    {
-        SimulatedAmbeChip chip;
-        chip.setIdentityReplies(SimulatedAmbeChip::IdentityReplies::VersionOnly);
-        Dv3000 dv;
-        QSignalSpy detected(&dv, &Dv3000::detected);
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QCOMPARE(detected.at(0).at(0).toString(), QStringLiteral("AMBE3000"));
-        QVERIFY(!detected.at(0).at(1).toString().isEmpty());
-        QCOMPARE(dv.productId(), QStringLiteral("AMBE3000"));
-        // A product id request follows the version reply: two in all.
-        QTRY_COMPARE(chip.productIdRequests(), 2);
-    }
-
     void framing()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openPty(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
+        Rig r;
+        QVERIFY(r.open(true));
+        QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
         const QByteArray pkt = speechPacket();
 
         // One packet over two reads.
-        chip.sendRaw(pkt.left(100));
+        r.chip.sendRaw(pkt.left(100));
         QVERIFY(!pcm.wait(20));
-        chip.sendRaw(pkt.mid(100));
+        r.chip.sendRaw(pkt.mid(100));
         QTRY_COMPARE(pcm.count(), 1);
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
 
         // Two packets in one read.
-        chip.sendRaw(pkt + pkt);
+        r.chip.sendRaw(pkt + pkt);
         QTRY_COMPARE(pcm.count(), 2);
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
 
         // Garbage ahead of a packet is skipped byte by byte.
-        chip.sendRaw(QByteArray::fromHex("00ff1337a5") + pkt);
+        r.chip.sendRaw(QByteArray::fromHex("00ff1337a5") + pkt);
         QTRY_COMPARE(pcm.count(), 1);
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
 
         // Only the low nibble of byte 1 belongs to LEN; the packet behind it is still found.
-        chip.sendRaw(speechPacket(char(0xF1)) + pkt);
+        r.chip.sendRaw(speechPacket(char(0xF1)) + pkt);
         QTRY_COMPARE(pcm.count(), 2);
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
         checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
 
         // A channel packet gives its frame bytes.
-        QSignalSpy ambe(&dv, &Dv3000::ambeFrameReady);
-        chip.sendRaw(QByteArray::fromHex("61000b010148b9e881526173002a6b"));
+        QSignalSpy ambe(&r.dv, &Dv3000::ambeFrameReady);
+        r.chip.sendRaw(QByteArray::fromHex("61000b010148b9e881526173002a6b"));
         QTRY_COMPARE(ambe.count(), 1);
         QCOMPARE(ambe.at(0).at(0).toByteArray(), QByteArray::fromHex("b9e881526173002a6b"));
     }
@@ -179,94 +176,76 @@ private slots:
         QVERIFY(!dv.isOpen());
     }
 
-    void setRateOverSerial()
+    void setRateWritesTheParameterWords_data()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openPty(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QVERIFY(dv.setRate(34));
-        QCOMPARE(chip.lastRateWords(), rate34Words);
-        QCOMPARE(dv.rate(), 34);
-        QCOMPARE(chip.configureRequests(), 1);
-        // The active rate is not sent again.
-        QVERIFY(dv.setRate(34));
-        QCOMPARE(chip.configureRequests(), 1);
+        QTest::addColumn<bool>("serial");
+        QTest::newRow("serial") << true;
+        QTest::newRow("udp") << false;
     }
 
-    void setRateParameterWords()
+    void setRateWritesTheParameterWords()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QVERIFY(dv.setRate(33));
-        QCOMPARE(chip.lastRateWords(), rate33Words);
-        QVERIFY(dv.setRate(34));
-        QVERIFY(dv.setRate(35));
-        QCOMPARE(chip.lastRateWords(), rate33Words);
-        QVERIFY(dv.setRate(34));
-        QVERIFY(dv.setRate(59));
-        QCOMPARE(chip.lastRateWords(), rate33Words);
-        QVERIFY(dv.setRate(49));
-        QCOMPARE(chip.lastRateWords(), QByteArray::fromHex("013007634000000000000048"));
-        QCOMPARE(chip.configureRequests(), 6);
+        QFETCH(bool, serial);
+        QVERIFY(!Dv3000().setRate(33)); // not open
+        Rig r;
+        QVERIFY(r.open(serial));
+        QVERIFY(r.dv.setRate(34));
+        QCOMPARE(r.chip.lastRateWords(), rate34Words);
+        QCOMPARE(r.dv.rate(), 34);
+        QCOMPARE(r.chip.configureRequests(), 1);
+        // The active rate is not sent again.
+        QVERIFY(r.dv.setRate(34));
+        QCOMPARE(r.chip.configureRequests(), 1);
+        QVERIFY(r.dv.setRate(33));
+        QCOMPARE(r.chip.lastRateWords(), rate33Words);
+        QVERIFY(r.dv.setRate(34));
+        QVERIFY(r.dv.setRate(35));
+        QCOMPARE(r.chip.lastRateWords(), rate33Words);
+        QVERIFY(r.dv.setRate(34));
+        QVERIFY(r.dv.setRate(59));
+        QCOMPARE(r.chip.lastRateWords(), rate33Words);
+        QVERIFY(r.dv.setRate(49));
+        QCOMPARE(r.chip.lastRateWords(), QByteArray::fromHex("013007634000000000000048"));
+        QCOMPARE(r.chip.configureRequests(), 7);
         // Rates outside the table write nothing.
-        QVERIFY(!dv.setRate(32));
-        QVERIFY(!dv.setRate(64));
-        QCOMPARE(chip.configureRequests(), 6);
-        QCOMPARE(dv.rate(), 49);
+        QVERIFY(!r.dv.setRate(32));
+        QVERIFY(!r.dv.setRate(64));
+        QCOMPARE(r.chip.configureRequests(), 7);
+        QCOMPARE(r.dv.rate(), 49);
     }
 
     void setRateDrainsStaleBytes()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        chip.sendRaw(QByteArray::fromHex("0102030405"));
+        Rig r;
+        QVERIFY(r.open(false));
+        r.chip.sendRaw(QByteArray::fromHex("0102030405"));
         QTest::ignoreMessage(QtDebugMsg, "Dv3000 setRate attempt 1 pre-drain skipping 5 B: 01 02 03 04 05");
-        QVERIFY(dv.setRate(33));
-        QCOMPARE(dv.rate(), 33);
+        QVERIFY(r.dv.setRate(33));
+        QCOMPARE(r.dv.rate(), 33);
     }
 
     void setRateRejected()
     {
-        SimulatedAmbeChip chip;
-        chip.setInitStatus(5);
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
+        Rig r;
+        r.chip.setInitStatus(5);
+        QVERIFY(r.open(false));
         QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: chip REJECTED ConfigureChannel with status=0x 5");
-        QVERIFY(!dv.setRate(33));
-        QCOMPARE(dv.rate(), -1);
-        QCOMPARE(chip.configureRequests(), 1);
+        QVERIFY(!r.dv.setRate(33));
+        QCOMPARE(r.dv.rate(), -1);
+        QCOMPARE(r.chip.configureRequests(), 1);
     }
 
     void setRateTimesOutAfterTwoAttempts()
     {
-        SimulatedAmbeChip chip;
-        chip.setInitStatus(-1);
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
+        Rig r;
+        r.chip.setInitStatus(-1);
+        QVERIFY(r.open(false));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("attempt 1 timeout, no INIT ack")));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("attempt 2 timeout, no INIT ack")));
         QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: both attempts timed out — chip init failed");
-        QVERIFY(!dv.setRate(33));
-        QCOMPARE(chip.configureRequests(), 2);
-        QVERIFY(!dv.setRate(77));
-    }
-
-    void setRateNeedsAnOpenChip()
-    {
-        Dv3000 dv;
-        QVERIFY(!dv.setRate(33));
+        QVERIFY(!r.dv.setRate(33));
+        QCOMPARE(r.chip.configureRequests(), 2);
+        QVERIFY(!r.dv.setRate(77));
     }
 
     void recoversAndDecodesTheNextStream_data()
@@ -285,25 +264,22 @@ private slots:
         QFETCH(bool, serial);
         QFETCH(QByteArray, junk);
         QFETCH(int, dropped);
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        serial ? openPty(dv, chip) : openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
-        QSignalSpy failed(&dv, &Dv3000::failed);
+        Rig r;
+        QVERIFY(r.open(serial));
+        QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
+        QSignalSpy failed(&r.dv, &Dv3000::failed);
         const QByteArray tone = SimulatedAmbeChip::sine(8000, 1000);
         const QByteArray frame = SimulatedAmbeChip::encodeFrame(reinterpret_cast<const qint16*>(tone.constData()));
         if (!junk.isEmpty())
-            chip.sendRaw(junk);
-        chip.dropReplies(dropped);
+            r.chip.sendRaw(junk);
+        r.chip.dropReplies(dropped);
         for (int i = 0; i < dropped; ++i)
-            dv.postChannel(frame, 72);
+            r.dv.postChannel(frame, 72);
         // The lost answers free their places after 200 ms; the cut-off piece goes stale.
-        QTRY_COMPARE(dv.framesInFlight(), 0);
+        QTRY_COMPARE(r.dv.framesInFlight(), 0);
         QTest::qWait(100);
         for (int i = 0; i < 10; ++i)
-            dv.postChannel(frame, 72);
+            r.dv.postChannel(frame, 72);
         QTRY_COMPARE(pcm.count(), 10);
         for (const QList<QVariant>& each : std::as_const(pcm)) {
             const SimulatedAmbeChip::Tone heard = SimulatedAmbeChip::analyse(each.at(0).toByteArray());
@@ -314,67 +290,58 @@ private slots:
 
     void tenLostRepliesInARowFailTheChip()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QSignalSpy failed(&dv, &Dv3000::failed);
-        chip.dropReplies(10);
+        Rig r;
+        QVERIFY(r.open(false));
+        QSignalSpy failed(&r.dv, &Dv3000::failed);
+        r.chip.dropReplies(10);
         const QByteArray frame(9, '\0');
         for (int i = 0; i < 10; ++i)
-            dv.postChannel(frame, 72);
+            r.dv.postChannel(frame, 72);
         QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
         QVERIFY(failed.at(0).at(0).toString().endsWith("10 answers in a row lost"));
-        QVERIFY(!dv.isOpen());
+        QVERIFY(!r.dv.isOpen());
     }
 
     void fourthChannelFrameWaitsForASpeechReply()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
-        dv.setReplyTimeout(10000);
-        chip.setHoldReplies(true);
+        Rig r;
+        QVERIFY(r.open(false));
+        QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
+        r.dv.setReplyTimeout(10000);
+        r.chip.setHoldReplies(true);
         const QByteArray tone = SimulatedAmbeChip::sine(8000, 1000);
         const QByteArray frame = SimulatedAmbeChip::encodeFrame(reinterpret_cast<const qint16*>(tone.constData()));
         for (int i = 0; i < 4; ++i)
-            dv.postChannel(frame, 72);
-        QTRY_COMPARE(chip.packetsReceived(1), 3);
+            r.dv.postChannel(frame, 72);
+        QTRY_COMPARE(r.chip.packetsReceived(1), 3);
         QVERIFY(!pcm.wait(150));
-        QCOMPARE(chip.packetsReceived(1), 3);
-        chip.setHoldReplies(false);
+        QCOMPARE(r.chip.packetsReceived(1), 3);
+        r.chip.setHoldReplies(false);
         QTRY_COMPARE(pcm.count(), 4);
-        QCOMPARE(chip.packetsReceived(1), 4);
+        QCOMPARE(r.chip.packetsReceived(1), 4);
         // The decoded speech is the tone that went in.
         const SimulatedAmbeChip::Tone heard = SimulatedAmbeChip::analyse(pcm.at(3).at(0).toByteArray());
         QVERIFY(qAbs(heard.level - 8000) <= 16);
         QVERIFY(qAbs(heard.frequency - 1000) <= 10);
         // Frames posted while closed are dropped.
-        dv.close();
-        dv.postChannel(frame, 72);
+        r.dv.close();
+        r.dv.postChannel(frame, 72);
         QVERIFY(!pcm.wait(100));
-        QCOMPARE(chip.packetsReceived(1), 4);
+        QCOMPARE(r.chip.packetsReceived(1), 4);
     }
 
     void speechRoundTripOverSerial()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openPty(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
-        QSignalSpy ambe(&dv, &Dv3000::ambeFrameReady);
-        QSignalSpy pcm(&dv, &Dv3000::pcmFrameReady);
+        Rig r;
+        QVERIFY(r.open(true));
+        QSignalSpy ambe(&r.dv, &Dv3000::ambeFrameReady);
+        QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
         const QByteArray tone = SimulatedAmbeChip::sine(12000, 440);
-        dv.postSpeech(tone);
+        r.dv.postSpeech(tone);
         QTRY_COMPARE(ambe.count(), 1);
         const QByteArray frame = ambe.at(0).at(0).toByteArray();
         QCOMPARE(frame.size(), 9);
-        dv.postChannel(frame, 0);
+        r.dv.postChannel(frame, 0);
         QTRY_COMPARE(pcm.count(), 1);
         const SimulatedAmbeChip::Tone heard = SimulatedAmbeChip::analyse(pcm.at(0).at(0).toByteArray());
         QVERIFY2(qAbs(heard.level - 12000) <= 16, qPrintable(QString::number(heard.level)));
@@ -383,23 +350,20 @@ private slots:
 
     void blockingCalls()
     {
-        SimulatedAmbeChip chip;
-        Dv3000 dv;
-        openUdp(dv, chip);
-        if (QTest::currentTestFailed())
-            return;
+        Rig r;
+        QVERIFY(r.open(false));
         const QByteArray tone = SimulatedAmbeChip::sine(6000, 700);
-        const QByteArray frame = dv.encodeSpeech(reinterpret_cast<const qint16*>(tone.constData()));
+        const QByteArray frame = r.dv.encodeSpeech(reinterpret_cast<const qint16*>(tone.constData()));
         QCOMPARE(frame.size(), 9);
-        const QByteArray pcm = dv.decodeChannel(frame, 72);
+        const QByteArray pcm = r.dv.decodeChannel(frame, 72);
         QCOMPARE(pcm.size(), 320);
         QVERIFY(qAbs(SimulatedAmbeChip::analyse(pcm).frequency - 700) <= 10);
-        const QByteArray batch = dv.decodeBatch({frame, QByteArray(), frame, frame}, 72);
+        const QByteArray batch = r.dv.decodeBatch({frame, QByteArray(), frame, frame}, 72);
         QCOMPARE(batch.size(), 3 * 320);
         // A chip that answers late gives an empty result, and says so.
-        chip.setDelay(200);
+        r.chip.setDelay(200);
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Dv3000 decode: no PKT_SPEECH reply")));
-        QVERIFY(dv.decodeChannel(frame, 72).isEmpty());
+        QVERIFY(r.dv.decodeChannel(frame, 72).isEmpty());
     }
 };
 

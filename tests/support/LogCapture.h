@@ -1,10 +1,11 @@
 #pragma once
 
+#include <QList>
 #include <QStringList>
 #include <QtMessageHandler>
 
-// Records every Qt log message while it exists (and still passes them on), so that tests can
-// check exact log lines and that a line was written only once.
+// Records every Qt log message of every thread while it exists, with its wall-clock time, and
+// still passes them on, so that tests can check exact log lines and when they were written.
 class LogCapture {
 public:
     LogCapture();
@@ -13,11 +14,16 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     QStringList lines() const;
-    // Lines that start with prefix.
     QStringList linesStartingWith(const QString& prefix) const;
+    QStringList matching(const QString& part) const { return lines().filter(part); }
+    bool contains(const QString& part) const { return !matching(part).isEmpty(); }
+    // Milliseconds since the epoch of the first line containing part, 0 if none.
+    qint64 timeOf(const QString& part) const;
     void clear();
 
 private:
     static void handler(QtMsgType type, const QMessageLogContext& context, const QString& message);
+    QStringList recorded;
+    QList<qint64> times;
     QtMessageHandler previous = nullptr;
 };
