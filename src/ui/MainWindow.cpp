@@ -132,7 +132,6 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     }
 
     auto* cardArea = new QWidget;
-    cardArea->setObjectName(QStringLiteral("cardArea"));
     auto* flow = new zl::ui::FlowLayout(compact ? 4 : 8, cardArea);
     modeGroup = new QButtonGroup(this);
     modeGroup->setExclusive(true);
@@ -187,13 +186,16 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     }
     for (const QString& mode : std::as_const(modes))
         refreshCard(mode);
-    // The cards never give up their height to the page below: they would be drawn over it.
-    cardArea->installEventFilter(this);
     // Wide enough at start for the cards to take two lines, where the screen allows it.
-    int cardsWidth = 2 * layout->contentsMargins().left() + 16;
-    for (const QPushButton* card : std::as_const(cards))
+    int cardsWidth = 0;
+    int widestCard = 0;
+    for (const QPushButton* card : std::as_const(cards)) {
         cardsWidth += card->minimumWidth() + flow->spacing();
-    resize(size().expandedTo(QSize(cardsWidth / 2, 0)));
+        widestCard = qMax(widestCard, card->minimumWidth());
+    }
+    // Half of them, and one more for the gap a card that does not fit leaves at a line's end.
+    const int twoLines = cardsWidth / 2 + widestCard + 2 * layout->contentsMargins().left() + 24;
+    resize(size().expandedTo(QSize(twoLines, 0)));
     // A page taller than the space left scrolls instead of being squeezed.
     auto* pageScroll = new QScrollArea;
     pageScroll->setWidgetResizable(true);
@@ -652,11 +654,6 @@ void MainWindow::applyPttConfig()
 bool MainWindow::eventFilter(QObject* object, QEvent* event)
 {
     const QEvent::Type type = event->type();
-    if (type == QEvent::Resize && object->objectName() == QLatin1String("cardArea")) {
-        auto* area = static_cast<QWidget*>(object);
-        area->setMinimumHeight(area->layout()->heightForWidth(area->width()));
-        return false;
-    }
     if (object == pttButton && pttMouseHold &&
         (type == QEvent::MouseButtonPress || type == QEvent::MouseButtonRelease)) {
         if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
