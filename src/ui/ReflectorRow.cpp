@@ -57,15 +57,17 @@ void ReflectorRow::addNumber(const QString& field, const QString& label, int min
             [this, field, spin] { emit fieldChanged(rowKey, field, spin->value()); });
 }
 
-void ReflectorRow::addText(const QString& field, const QString& label, const QString& tip)
+QLineEdit* ReflectorRow::addText(const QString& field, const QString& label, const QString& tip)
 {
     auto* edit = new QLineEdit;
     edit->setToolTip(tip);
-    fields->addWidget(new QLabel(label));
+    if (!label.isEmpty())
+        fields->addWidget(new QLabel(label));
     fields->addWidget(edit);
     editors.insert(field, edit);
     connect(edit, &QLineEdit::editingFinished, this,
             [this, field, edit] { emit fieldChanged(rowKey, field, edit->text().trimmed()); });
+    return edit;
 }
 
 void ReflectorRow::show(const QString& shownName, const QString& shownAddress, bool enabled, const QJsonObject& values)

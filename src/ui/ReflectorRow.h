@@ -8,6 +8,7 @@
 class QCheckBox;
 class QHBoxLayout;
 class QLabel;
+class QLineEdit;
 class QPushButton;
 
 namespace zl::ui {
@@ -36,7 +37,7 @@ signals:
 protected:
     // A number field stored under `field`, shown with its default until one is stored.
     void addNumber(const QString& field, const QString& label, int min, int max, int fallback, const QString& tip);
-    void addText(const QString& field, const QString& label, const QString& tip);
+    QLineEdit* addText(const QString& field, const QString& label, const QString& tip);
     void mousePressEvent(QMouseEvent* event) override;
 
 private:
