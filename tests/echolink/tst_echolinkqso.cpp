@@ -74,14 +74,16 @@ private slots:
         QCOMPARE(quint8(sdes.at(9)), quint8(202));
         QVERIFY(sdes.contains("AB1CD          Al"));
 
-        // Its audio reaches our PCM signal: 640 samples per packet, the tone's power kept.
+        // Its audio reaches our PCM signal: 640 samples per packet, the tone and its power kept.
         const QByteArray sent = pcm::tone(640 * 5, 500, 6000);
         for (int i = 0; i < 5; ++i)
             rig.node.sendAudio(kLocal, rig.node.gsmPacket(sent.mid(i * 1280, 1280)));
         QTRY_COMPARE(pcm.count(), 5);
         for (const QList<QVariant>& args : pcm)
             QCOMPARE(args.first().toByteArray().size(), 1280);
-        QVERIFY(pcm::rms(pcm.last().first().toByteArray()) > 0.5 * pcm::rms(sent));
+        const QByteArray heard = pcm.last().first().toByteArray();
+        QVERIFY(pcm::rms(heard) > 0.5 * pcm::rms(sent) && pcm::rms(heard) < 2 * pcm::rms(sent));
+        QVERIFY2(pcm::toneShare({heard}, 500) > 0.8, qPrintable(QString::number(pcm::toneShare({heard}, 500))));
 
         // Our microphone reaches it: twenty 20 ms frames give five packets of 144 bytes with
         // sequence numbers from 0, decodable by the node.
@@ -99,7 +101,8 @@ private slots:
             QCOMPARE(p.at(1), char(3));
             QCOMPARE(qFromBigEndian<quint16>(p.constData() + 2), quint16(i));
         }
-        QVERIFY(pcm::rms(decoded) > 0.5 * pcm::rms(mic));
+        QVERIFY(pcm::rms(decoded) > 0.5 * pcm::rms(mic) && pcm::rms(decoded) < 2 * pcm::rms(mic));
+        QVERIFY2(pcm::toneShare({decoded}, 700) > 0.8, qPrintable(QString::number(pcm::toneShare({decoded}, 700))));
 
         // Chat and info text both ways.
         rig.node.sendAudio(kLocal, QByteArray("oNDATAZZ9ZZ>hello there\r\n\0", 26));

@@ -111,10 +111,14 @@ private slots:
         QVERIFY(back);
         QCOMPARE(back->toBytes(), f.toBytes());
         QCOMPARE(Fich::fromBytes(QByteArray::fromHex("402e0a55")).toBytes(), f.toBytes());
-        // Every field bit set: the spare bits stay clear, and the coding keeps all of them.
-        const Fich ones = Fich::fromBytes(QByteArray::fromHex("ffffffff"));
-        QCOMPARE(ones.toBytes(), QByteArray::fromHex("ffff7f7f"));
-        QCOMPARE(decodeFich(encodeFich(ones))->toBytes(), ones.toBytes());
+        // Alternating and full bit patterns: each field from its own bits, the spare bits clear,
+        // and the coding keeps all of them.
+        const QList<QByteArray> in{"ffffffff", "aaaaaaaa", "55555555"}, out{"ffff7f7f", "aaaa2a2a", "55555555"};
+        for (int i = 0; i < in.size(); ++i) {
+            const Fich any = Fich::fromBytes(QByteArray::fromHex(in[i]));
+            QCOMPARE(any.toBytes(), QByteArray::fromHex(out[i]));
+            QCOMPARE(decodeFich(encodeFich(any))->toBytes(), any.toBytes());
+        }
     }
 
     void fichSurvivesScatteredErrorsAndRefusesGarbage()
