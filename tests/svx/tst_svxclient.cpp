@@ -182,6 +182,29 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c->state(), State::Connected, kSlow);
     }
 
+    void brokenFramesStallTheChannel()
+    {
+        SvxReflector reflector;
+        reflector.setPassword("SM0A", "secret");
+        auto a = makeClient(reflector, "SM0A");
+        a->start();
+        QTRY_COMPARE_WITH_TIMEOUT(a->state(), State::Connected, kSlow);
+        QSignalSpy nodes(a.get(), &SvxReflectorClient::nodesUpdated);
+        SvxReflector::Node* node = reflector.node("SM0A");
+        // Two joins in one write, the second split over two writes.
+        const QByteArray join1 = SvxReflector::frame(102, SvxReflector::str("SM1X"));
+        const QByteArray join2 = SvxReflector::frame(102, SvxReflector::str("SM2Y"));
+        reflector.sendRaw(node, join1 + join2.left(5));
+        QTRY_COMPARE(nodes.size(), 1);
+        reflector.sendRaw(node, join2.mid(5));
+        QTRY_COMPARE(a->nodes(), QStringList({"SM0A", "SM1X", "SM2Y"}));
+        // A frame of absurd length blocks everything behind it.
+        reflector.sendRaw(node, SvxReflector::u32(0x100001) + SvxReflector::u16(102) +
+                                    SvxReflector::frame(103, SvxReflector::str("SM1X")));
+        QVERIFY(!nodes.wait(300));
+        QCOMPARE(a->nodes(), QStringList({"SM0A", "SM1X", "SM2Y"}));
+    }
+
     void talkGroupsMonitorFollowAndHangTime()
     {
         SvxReflector reflector;
