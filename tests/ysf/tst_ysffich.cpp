@@ -207,6 +207,8 @@ private slots:
         QVERIFY(fich);
         QCOMPARE(fich->fi, quint8(0));
         QCOMPARE(fich->sq, quint8(12));
+        QCOMPARE(fich->dt, quint8(2)); // V/D mode 2, frames 0 to 6
+        QCOMPARE(fich->ft, quint8(6));
 
         // Gather CSD1 and CSD2 from their runs and decode them by the rules.
         const auto decodeCsd = [&](qsizetype first) {

@@ -48,6 +48,9 @@ private slots:
         QCOMPARE(buildYsfd("G", "S", "D", 0, false, QByteArray(3, '\x01')).mid(35),
                  QByteArray(3, '\x01') + QByteArray(117, '\0'));
 
+        // The end flag is bit 0 of that byte alone.
+        QVERIFY(parseYsfd(buildYsfd("G", "S", "D", 1, false, payload), parsed));
+        QVERIFY(!parsed.end);
         QVERIFY(!parseYsfd(d.left(154), parsed));
         QVERIFY(!parseYsfd(QByteArray("YSFX") + d.mid(4), parsed));
         QCOMPARE(buildYsfControl("YSFP", "XX0ABC"), QByteArray("YSFPXX0ABC    "));
