@@ -17,14 +17,23 @@ QByteArray twoStations()
                                                {"AB2EF-R", "Club Repeater [BUSY] 12:34", "5678", "127.0.0.3"}});
 }
 
-void setUp(EchoLinkDirectory& directory, quint16 port)
-{
-    directory.setServers({"127.0.0.1"});
-    directory.setPortForTest(port);
-    directory.setCallsign("ab1cd");
-    directory.setPassword("secret");
-    directory.setLocation("Test QTH");
-}
+// A directory client of the loopback server (or of port), with spies on what it reports.
+struct Rig {
+    EchoLinkDirectoryServer server;
+    EchoLinkDirectory directory;
+    QSignalSpy registered{&directory, &EchoLinkDirectory::registered};
+    QSignalSpy stations{&directory, &EchoLinkDirectory::stationsUpdated};
+    QSignalSpy errors{&directory, &EchoLinkDirectory::errorReported};
+
+    explicit Rig(quint16 port = 0)
+    {
+        directory.setServers({"127.0.0.1"});
+        directory.setPortForTest(port ? port : server.port());
+        directory.setCallsign("ab1cd");
+        directory.setPassword("secret");
+        directory.setLocation("Test QTH");
+    }
+};
 
 // A port on which nothing listens.
 quint16 closedPort()
@@ -44,142 +53,118 @@ private slots:
 
     void registersThenFetchesList()
     {
-        EchoLinkDirectoryServer server;
-        server.setStationList(twoStations());
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        QSignalSpy registered(&directory, &EchoLinkDirectory::registered);
-        QSignalSpy stations(&directory, &EchoLinkDirectory::stationsUpdated);
-        directory.refresh();
-        QTRY_COMPARE(stations.count(), 1);
-        QCOMPARE(registered.count(), 1);
-        QCOMPARE(registered.first().first().toBool(), true);
-        QVERIFY(directory.isRegistered());
+        Rig r;
+        r.server.setStationList(twoStations());
+        r.directory.refresh();
+        QTRY_COMPARE(r.stations.count(), 1);
+        QCOMPARE(r.registered.count(), 1);
+        QCOMPARE(r.registered.first().first().toBool(), true);
+        QVERIFY(r.directory.isRegistered());
 
-        QCOMPARE(server.requests.size(), 2);
-        const QByteArray reg = server.requests.first();
+        QCOMPARE(r.server.requests.size(), 2);
+        const QByteArray reg = r.server.requests.first();
         QVERIFY(reg.startsWith("lAB1CD\xAC\xACsecret\rONLINE3.38("));
         QVERIFY(reg.endsWith(")\rTest QTH\r"));
-        QCOMPARE(server.requests.at(1), QByteArray("s"));
+        QCOMPARE(r.server.requests.at(1), QByteArray("s"));
 
-        const auto list = stations.first().first().value<QList<Station>>();
+        const auto list = r.stations.first().first().value<QList<Station>>();
         QCOMPARE(list.size(), 2);
         QCOMPARE(list.at(1).callsign, QStringLiteral("AB2EF-R"));
         QCOMPARE(list.at(1).status, 3);
         QCOMPARE(list.at(1).ip, QStringLiteral("127.0.0.3"));
 
         // Registered: a refresh asks for the list alone.
-        directory.refresh();
-        QTRY_COMPARE(stations.count(), 2);
-        QCOMPARE(server.requests.size(), 3);
-        QCOMPARE(server.requests.last(), QByteArray("s"));
+        r.directory.refresh();
+        QTRY_COMPARE(r.stations.count(), 2);
+        QCOMPARE(r.server.requests.size(), 3);
+        QCOMPARE(r.server.requests.last(), QByteArray("s"));
     }
 
     void okCountsWithoutClose()
     {
-        EchoLinkDirectoryServer server;
-        server.setKeepOpen(true);
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        QSignalSpy registered(&directory, &EchoLinkDirectory::registered);
-        directory.goOnline(EchoLinkDirectory::Status::Busy);
-        QTRY_COMPARE(registered.count(), 1);
-        QCOMPARE(registered.first().first().toBool(), true);
-        QVERIFY(server.requests.first().contains("\rBUSY3.40("));
+        Rig r;
+        r.server.setKeepOpen(true);
+        r.directory.goOnline(EchoLinkDirectory::Status::Busy);
+        QTRY_COMPARE(r.registered.count(), 1);
+        QCOMPARE(r.registered.first().first().toBool(), true);
+        QVERIFY(r.server.requests.first().contains("\rBUSY3.40("));
     }
 
     void refusalAndGoingOff()
     {
-        EchoLinkDirectoryServer server;
-        server.setRegistrationReply("NO");
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        QSignalSpy registered(&directory, &EchoLinkDirectory::registered);
-        QSignalSpy stations(&directory, &EchoLinkDirectory::stationsUpdated);
-        directory.refresh();
-        QTRY_COMPARE(registered.count(), 1);
-        QCOMPARE(registered.first().first().toBool(), false);
+        Rig r;
+        r.server.setRegistrationReply("NO");
+        r.directory.refresh();
+        QTRY_COMPARE(r.registered.count(), 1);
+        QCOMPARE(r.registered.first().first().toBool(), false);
 
         // Online, then off: the off registration is answered OK but reads as not registered.
-        server.setRegistrationReply("OK");
-        directory.goOnline(EchoLinkDirectory::Status::Online);
-        QTRY_COMPARE(registered.count(), 2);
-        QCOMPARE(registered.last().first().toBool(), true);
-        directory.goOffline();
-        QTRY_COMPARE(registered.count(), 3);
-        QCOMPARE(registered.last().first().toBool(), false);
-        QVERIFY(server.requests.last().contains("\rOFF-V3.40\r"));
-        QVERIFY(!directory.isRegistered());
-        QCOMPARE(stations.count(), 0); // a refused registration fetches no list
+        r.server.setRegistrationReply("OK");
+        r.directory.goOnline(EchoLinkDirectory::Status::Online);
+        QTRY_COMPARE(r.registered.count(), 2);
+        QCOMPARE(r.registered.last().first().toBool(), true);
+        r.directory.goOffline();
+        QTRY_COMPARE(r.registered.count(), 3);
+        QCOMPARE(r.registered.last().first().toBool(), false);
+        QVERIFY(r.server.requests.last().contains("\rOFF-V3.40\r"));
+        QVERIFY(!r.directory.isRegistered());
+        QCOMPARE(r.stations.count(), 0); // a refused registration fetches no list
     }
 
     void renewalRepeats()
     {
-        EchoLinkDirectoryServer server;
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        directory.setRenewIntervalForTest(100);
-        QSignalSpy registered(&directory, &EchoLinkDirectory::registered);
-        directory.goOnline(EchoLinkDirectory::Status::Online);
-        QTRY_VERIFY(registered.count() >= 3);
-        directory.goOffline();
-        QTRY_VERIFY(server.requests.last().contains("OFF-V3.40"));
-        const qsizetype after = server.requests.size();
+        Rig r;
+        r.directory.setRenewIntervalForTest(100);
+        r.directory.goOnline(EchoLinkDirectory::Status::Online);
+        QTRY_VERIFY(r.registered.count() >= 3);
+        r.directory.goOffline();
+        QTRY_VERIFY(r.server.requests.last().contains("OFF-V3.40"));
+        const qsizetype after = r.server.requests.size();
         QTest::qWait(300);
-        QCOMPARE(server.requests.size(), after); // off: the timer is stopped
+        QCOMPARE(r.server.requests.size(), after); // off: the timer is stopped
     }
 
     void listCutShortOrMalformed()
     {
-        EchoLinkDirectoryServer server;
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        QSignalSpy stations(&directory, &EchoLinkDirectory::stationsUpdated);
-        QSignalSpy errors(&directory, &EchoLinkDirectory::errorReported);
+        Rig r;
         // The connection closes before "+++": what came is parsed.
-        server.setStationList("@@@\n2\nAB1CD\nx [ON] 01:02\n1\n10.0.0.1\n");
-        directory.refresh();
-        QTRY_COMPARE(stations.count(), 1);
-        QCOMPARE(stations.first().first().value<QList<Station>>().size(), 1);
+        r.server.setStationList("@@@\n2\nAB1CD\nx [ON] 01:02\n1\n10.0.0.1\n");
+        r.directory.refresh();
+        QTRY_COMPARE(r.stations.count(), 1);
+        QCOMPARE(r.stations.first().first().value<QList<Station>>().size(), 1);
         // No "@@@" at all.
-        server.setStationList("Service unavailable\n");
-        directory.refresh();
-        QTRY_COMPARE(errors.count(), 1);
-        QCOMPARE(errors.first().first().toString(), QStringLiteral("EchoLink directory: malformed station list"));
+        r.server.setStationList("Service unavailable\n");
+        r.directory.refresh();
+        QTRY_COMPARE(r.errors.count(), 1);
+        QCOMPARE(r.errors.first().first().toString(), QStringLiteral("EchoLink directory: malformed station list"));
     }
 
     void fallsOverToSecondServer()
     {
         // Two servers on the same port: nothing listens on 127.0.0.254, so the job goes on to
         // the loopback directory on 127.0.0.1.
-        EchoLinkDirectoryServer server;
-        server.setStationList(twoStations());
-        EchoLinkDirectory directory;
-        setUp(directory, server.port());
-        directory.setServers({"127.0.0.254", "127.0.0.1"});
-        QSignalSpy stations(&directory, &EchoLinkDirectory::stationsUpdated);
-        QSignalSpy errors(&directory, &EchoLinkDirectory::errorReported);
-        directory.refresh();
-        QTRY_COMPARE(stations.count(), 1);
-        QCOMPARE(errors.count(), 0);
-        QCOMPARE(server.requests.size(), 2);
+        Rig r;
+        r.server.setStationList(twoStations());
+        r.directory.setServers({"127.0.0.254", "127.0.0.1"});
+        r.directory.refresh();
+        QTRY_COMPARE(r.stations.count(), 1);
+        QCOMPARE(r.errors.count(), 0);
+        QCOMPARE(r.server.requests.size(), 2);
 
         // After a success the next job starts at the first server again.
         QTcpServer first;
-        QVERIFY(first.listen(QHostAddress("127.0.0.254"), server.port()));
-        directory.refresh();
+        QVERIFY(first.listen(QHostAddress("127.0.0.254"), r.server.port()));
+        r.directory.refresh();
         QTRY_VERIFY(first.hasPendingConnections());
     }
 
     void allServersFail()
     {
-        EchoLinkDirectory directory;
-        setUp(directory, closedPort());
-        directory.setServers({"127.0.0.1", "127.0.0.1"});
-        QSignalSpy errors(&directory, &EchoLinkDirectory::errorReported);
-        directory.refresh();
-        QTRY_COMPARE(errors.count(), 1);
-        QVERIFY(errors.first().first().toString().startsWith("EchoLink directory: "));
+        Rig r(closedPort());
+        r.directory.setServers({"127.0.0.1", "127.0.0.1"});
+        r.directory.refresh();
+        QTRY_COMPARE(r.errors.count(), 1);
+        QVERIFY(r.errors.first().first().toString().startsWith("EchoLink directory: "));
 
         EchoLinkDirectory none;
         QSignalSpy noneErrors(&none, &EchoLinkDirectory::errorReported);

@@ -8,26 +8,7 @@
 #include <QTest>
 #include <QtEndian>
 
-#include <cmath>
-
 using namespace zl::echolink;
-
-namespace {
-
-QByteArray sine(int samples, double hz, double amplitude)
-{
-    QByteArray pcm(samples * 2, '\0');
-    for (int i = 0; i < samples; ++i)
-        qToLittleEndian<qint16>(qint16(amplitude * std::sin(2 * M_PI * hz * i / 8000.0)), pcm.data() + 2 * i);
-    return pcm;
-}
-
-qint16 sampleAt(const QByteArray& pcm, int i)
-{
-    return qFromLittleEndian<qint16>(pcm.constData() + 2 * i);
-}
-
-} // namespace
 
 class TestEchoLinkPackets : public QObject {
     Q_OBJECT
@@ -175,36 +156,11 @@ private slots:
         QCOMPARE(incomingRejection("", 0, 5, {"AA1AA"}, {}), QStringLiteral("blocked / not allowed"));
     }
 
-    void gsmRoundTrip()
+    void gsmShortFrameIsPadded()
     {
-        // GSM 06.10 keeps a voice-band tone: after a few frames of filter settling, the decoded
-        // signal matches the input in power and correlates strongly with it.
-        GsmCodec codec;
-        const QByteArray in = sine(160 * 20, 440, 8000);
-        QByteArray out;
-        for (int f = 0; f < 20; ++f) {
-            const QByteArray frame = codec.encode(in.mid(f * 320, 320));
-            QCOMPARE(frame.size(), 33);
-            QCOMPARE(quint8(frame.at(0)) >> 4, 0xD); // the GSM frame signature
-            out += codec.decode(frame);
-        }
-        QCOMPARE(out.size(), in.size());
-        double best = 0;
-        for (int lag = 0; lag < 40; ++lag) {
-            double xy = 0, xx = 0, yy = 0;
-            for (int i = 800; i < 3000; ++i) {
-                const double x = sampleAt(in, i), y = sampleAt(out, i + lag);
-                xy += x * y;
-                xx += x * x;
-                yy += y * y;
-            }
-            best = std::max(best, xy / std::sqrt(xx * yy));
-            if (lag == 0)
-                QVERIFY(yy / xx > 0.5 && yy / xx < 2.0);
-        }
-        QVERIFY2(best > 0.9, qPrintable(QString::number(best)));
-        // A short frame is padded, not read past its end.
-        QCOMPARE(codec.decode(QByteArray(5, '\xD0')).size(), 320);
+        // The codec itself is checked against libgsm by the QSO suite; a frame cut short is
+        // padded, not read past its end.
+        QCOMPARE(GsmCodec().decode(QByteArray(5, '\xD0')).size(), 320);
     }
 };
 

@@ -1,6 +1,7 @@
 // EchoLinkDispatcher and EchoLinkQso against loopback EchoLink nodes on 127.0.0.2 and
 // 127.0.0.3, with the port pair moved off 5198/5199.
 #include "EchoLinkPeer.h"
+#include "Pcm.h"
 #include "echolink/EchoLinkDispatcher.h"
 #include "echolink/EchoLinkQso.h"
 
@@ -8,7 +9,6 @@
 #include <QTest>
 #include <QtEndian>
 
-#include <cmath>
 #include <memory>
 
 using zl::echolink::EchoLinkDispatcher;
@@ -20,25 +20,6 @@ namespace {
 const QHostAddress kLocal("127.0.0.1");
 const QHostAddress kNode("127.0.0.2");
 const QHostAddress kOther("127.0.0.3");
-
-QByteArray tone(int samples, double hz)
-{
-    QByteArray pcm(samples * 2, '\0');
-    for (int i = 0; i < samples; ++i)
-        qToLittleEndian<qint16>(qint16(6000 * std::sin(2 * M_PI * hz * i / 8000.0)), pcm.data() + 2 * i);
-    return pcm;
-}
-
-double rms(const QByteArray& pcm)
-{
-    double sum = 0;
-    const qsizetype n = pcm.size() / 2;
-    for (qsizetype i = 0; i < n; ++i) {
-        const double s = qFromLittleEndian<qint16>(pcm.constData() + 2 * i);
-        sum += s * s;
-    }
-    return n ? std::sqrt(sum / double(n)) : 0;
-}
 
 struct Rig {
     quint16 port = EchoLinkPeer::freePortPair(kOther);
@@ -93,19 +74,21 @@ private slots:
         QCOMPARE(quint8(sdes.at(9)), quint8(202));
         QVERIFY(sdes.contains("AB1CD          Al"));
 
-        // Its audio reaches our PCM signal: 640 samples per packet, the tone's power kept.
-        const QByteArray sent = tone(640 * 5, 500);
+        // Its audio reaches our PCM signal: 640 samples per packet, the tone and its power kept.
+        const QByteArray sent = pcm::tone(640 * 5, 500, 6000);
         for (int i = 0; i < 5; ++i)
             rig.node.sendAudio(kLocal, rig.node.gsmPacket(sent.mid(i * 1280, 1280)));
         QTRY_COMPARE(pcm.count(), 5);
         for (const QList<QVariant>& args : pcm)
             QCOMPARE(args.first().toByteArray().size(), 1280);
-        QVERIFY(rms(pcm.last().first().toByteArray()) > 0.5 * rms(sent));
+        const QByteArray heard = pcm.last().first().toByteArray();
+        QVERIFY(pcm::rms(heard) > 0.5 * pcm::rms(sent) && pcm::rms(heard) < 2 * pcm::rms(sent));
+        QVERIFY2(pcm::toneShare({heard}, 500) > 0.8, qPrintable(QString::number(pcm::toneShare({heard}, 500))));
 
         // Our microphone reaches it: twenty 20 ms frames give five packets of 144 bytes with
         // sequence numbers from 0, decodable by the node.
         rig.node.audioReceived.clear();
-        const QByteArray mic = tone(160 * 20, 700);
+        const QByteArray mic = pcm::tone(160 * 20, 700, 6000);
         for (int i = 0; i < 20; ++i)
             qso->pushPcm(mic.mid(i * 320, 320));
         QTRY_COMPARE(rig.node.audioReceived.size(), 5);
@@ -118,7 +101,8 @@ private slots:
             QCOMPARE(p.at(1), char(3));
             QCOMPARE(qFromBigEndian<quint16>(p.constData() + 2), quint16(i));
         }
-        QVERIFY(rms(decoded) > 0.5 * rms(mic));
+        QVERIFY(pcm::rms(decoded) > 0.5 * pcm::rms(mic) && pcm::rms(decoded) < 2 * pcm::rms(mic));
+        QVERIFY2(pcm::toneShare({decoded}, 700) > 0.8, qPrintable(QString::number(pcm::toneShare({decoded}, 700))));
 
         // Chat and info text both ways.
         rig.node.sendAudio(kLocal, QByteArray("oNDATAZZ9ZZ>hello there\r\n\0", 26));
@@ -151,7 +135,7 @@ private slots:
         qso->acceptIncoming(kNode);
         QCOMPARE(qso->state(), State::Connected);
 
-        const QByteArray good = rig.node.gsmPacket(tone(640, 300));
+        const QByteArray good = rig.node.gsmPacket(pcm::tone(640, 300, 6000));
         rig.node.sendAudio(kLocal, good.left(143));                                    // too short
         rig.node.sendAudio(kLocal, QByteArray(1, char(0xC0)) + char(8) + good.mid(2)); // not GSM
         rig.node.sendAudio(kLocal, good + QByteArray(6, 'x'));                         // tail ignored

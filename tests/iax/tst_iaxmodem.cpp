@@ -1,32 +1,20 @@
 // IaxClient calling a real IAX2 endpoint, Debian's iaxmodem: set-up, mu-law voice both ways,
 // hang-up.
 #include "IaxModem.h"
+#include "Pcm.h"
 #include "iax/IaxClient.h"
 
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 #include <QUdpSocket>
-#include <QtEndian>
 
 #include <algorithm>
-#include <cmath>
 
 using zl::iax::IaxClient;
 using State = IaxClient::State;
 
 namespace {
-
-double rms(const QByteArray& pcm)
-{
-    double sum = 0;
-    const qsizetype n = pcm.size() / 2;
-    for (qsizetype i = 0; i < n; ++i) {
-        const double s = qFromLittleEndian<qint16>(pcm.constData() + 2 * i);
-        sum += s * s;
-    }
-    return n ? std::sqrt(sum / double(n)) : 0;
-}
 
 quint16 freeUdpPort()
 {
@@ -68,7 +56,7 @@ private slots:
         const auto loudest = [&] {
             double most = 0;
             for (const QList<QVariant>& args : pcm)
-                most = std::max(most, rms(args.first().toByteArray()));
+                most = std::max(most, pcm::rms(args.first().toByteArray()));
             return most;
         };
         QTRY_VERIFY_WITH_TIMEOUT(loudest() > 1000, 8000);
@@ -78,11 +66,7 @@ private slots:
         QTimer pace;
         pace.setInterval(20);
         connect(&pace, &QTimer::timeout, [&] {
-            QByteArray frame(320, '\0');
-            for (int i = 0; i < 160; ++i)
-                qToLittleEndian<qint16>(qint16(10000 * std::sin(2 * M_PI * 1000 * (sent * 160 + i) / 8000.0)),
-                                        frame.data() + 2 * i);
-            client.pushPcm(frame);
+            client.pushPcm(pcm::tone(160, 1000, 10000, 8000, sent * 160));
             ++sent;
         });
         const qsizetype before = modem.receivedAudio().size();
@@ -90,7 +74,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(sent >= 50, 5000);
         pace.stop();
         QTRY_VERIFY_WITH_TIMEOUT(modem.receivedAudio().size() >= before + 40 * 320, 5000);
-        QVERIFY(rms(modem.receivedAudio().mid(before)) > 3000);
+        QVERIFY(pcm::rms(modem.receivedAudio().mid(before)) > 3000);
 
         // Our hang-up drops its carrier.
         client.hangup();

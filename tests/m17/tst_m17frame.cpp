@@ -24,15 +24,6 @@ private slots:
         QCOMPARE(m17Crc(all), quint16(0x1C31));
     }
 
-    void crcOfMessageWithItsCrcIsZero()
-    {
-        // A property of every non-reflected CRC without final XOR.
-        QByteArray message("M17 network frame body");
-        const quint16 crc = m17Crc(message);
-        message.append(char(crc >> 8)).append(char(crc & 0xFF));
-        QCOMPARE(m17Crc(message), quint16(0));
-    }
-
     void addressesPublishedByM17()
     {
         // "AB1CD" is D*40^4 + C*40^3 + '1'*40^2 + B*40 + A = 10476881 = 0x9FDD51.

@@ -57,17 +57,6 @@ private slots:
         QCOMPARE(linkedA.count(), 4);
     }
 
-    void otherTalkgroupIsNotLinked()
-    {
-        NxdnReflector reflector(65000);
-        NxdnNetwork net("XX0ABC", 91);
-        net.setPollInterval(30);
-        QVERIFY(net.connectTo("127.0.0.1", reflector.port()));
-        QTRY_VERIFY(reflector.received.size() >= 3);
-        QVERIFY(!net.isLinked());
-        QVERIFY(reflector.clients().isEmpty());
-    }
-
     void nothingIsSentBeforeTheLink()
     {
         QUdpSocket fake;

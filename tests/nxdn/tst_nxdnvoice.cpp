@@ -1,33 +1,15 @@
 // NxdnVoice with simulated AMBE chips lent by a vocoder pool, and the AMBE slots of a block.
-#include "SimulatedAmbeChip.h"
-#include "TempConfigHome.h"
-#include "app/Config.h"
-#include "hw/AmbeFrame.h"
-#include "hw/Dv3000Pool.h"
+#include "AmbeChips.h"
 #include "nxdn/NxdnAmbe.h"
 #include "nxdn/NxdnFrame.h"
 #include "nxdn/NxdnVoice.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
 
 using namespace zl::nxdn;
 
 namespace {
-
-QByteArray validFrame(QRandomGenerator& rng)
-{
-    uint8_t seven[7];
-    for (uint8_t& b : seven)
-        b = uint8_t(rng.bounded(256));
-    seven[6] &= 0x80;
-    QByteArray nine(9, '\0');
-    zl::hw::ambe49To72(seven, reinterpret_cast<uint8_t*>(nine.data()));
-    return nine;
-}
 
 quint8 flagsOf(const QByteArray& d)
 {
@@ -40,24 +22,11 @@ class TestNxdnVoice : public QObject {
     Q_OBJECT
 
 private:
-    TempConfigHome home;
-    SimulatedAmbeChip chipA, chipB;
-    std::unique_ptr<zl::hw::Dv3000Pool> pool;
+    AmbeChips chips{2};
+    zl::hw::Dv3000Pool* pool = chips.pool;
 
 private slots:
-    void initTestCase()
-    {
-        QJsonArray servers;
-        for (SimulatedAmbeChip* chip : {&chipA, &chipB})
-            servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", chip->listenUdp()}, {"enabled", true}});
-        zl::Config::instance().setSection("hardware", QJsonObject{{"ambe_servers", servers}});
-        pool = std::make_unique<zl::hw::Dv3000Pool>();
-        pool->setPortLister([] { return QStringList(); });
-        pool->rescan();
-        QTRY_COMPARE(pool->readyCount(), 2);
-    }
-
-    void cleanupTestCase() { pool.reset(); }
+    void initTestCase() { QVERIFY(chips.ready()); }
 
     void ambeSlotsHoldFourFramesApart()
     {
@@ -66,7 +35,7 @@ private slots:
             QByteArray block(33, '\x3c');
             QList<QByteArray> frames;
             for (int slot = 0; slot < 4; ++slot) {
-                frames.append(validFrame(rng));
+                frames.append(AmbeChips::randomFrame(rng));
                 putAmbe(block, slot, frames.last());
             }
             for (int slot = 0; slot < 4; ++slot)
@@ -82,7 +51,7 @@ private slots:
 
     void toneGoesOutAndComesBack()
     {
-        NxdnVoice tx(pool.get()), rx(pool.get());
+        NxdnVoice tx(pool), rx(pool);
         tx.setIdentity(4321, 65000, 7);
         QList<QByteArray> frames;
         connect(&tx, &NxdnVoice::frameReady, this, [&](const QByteArray& f) { frames.append(f); });
@@ -122,7 +91,7 @@ private slots:
 
     void earlyStopSendsNothing()
     {
-        NxdnVoice tx(pool.get());
+        NxdnVoice tx(pool);
         tx.setIdentity(1, 2, 0);
         QSignalSpy frames(&tx, &NxdnVoice::frameReady);
         tx.startTx();
@@ -137,7 +106,7 @@ private slots:
 
     void talkersFollowSourcesAndEndFlags()
     {
-        NxdnVoice rx(pool.get());
+        NxdnVoice rx(pool);
         rx.setRxIdleInterval(150);
         QSignalSpy starts(&rx, &NxdnVoice::talkerStart);
         QSignalSpy stops(&rx, &NxdnVoice::talkerStop);

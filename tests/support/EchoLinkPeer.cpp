@@ -13,11 +13,8 @@ EchoLinkPeer::EchoLinkPeer(const QHostAddress& address, quint16 audioPortNumber,
 {
     bound = audio.bind(address, audioPort) && ctrl.bind(address, ctrlPort);
     connect(&audio, &QUdpSocket::readyRead, this, [this] {
-        while (audio.hasPendingDatagrams()) {
-            const QByteArray data = audio.receiveDatagram().data();
-            audioReceived.append(data);
-            emit audioDatagram(data);
-        }
+        while (audio.hasPendingDatagrams())
+            audioReceived.append(audio.receiveDatagram().data());
     });
     connect(&ctrl, &QUdpSocket::readyRead, this, [this] {
         while (ctrl.hasPendingDatagrams()) {
@@ -26,7 +23,6 @@ EchoLinkPeer::EchoLinkPeer(const QHostAddress& address, quint16 audioPortNumber,
             ctrlReceived.append(data);
             if (answerSdes && data.size() > 9 && quint8(data.at(9)) == 202)
                 sendSdes(datagram.senderAddress());
-            emit ctrlDatagram(data);
         }
     });
 }

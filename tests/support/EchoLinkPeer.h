@@ -36,10 +36,6 @@ public:
     QList<QByteArray> audioReceived;
     QList<QByteArray> ctrlReceived;
 
-signals:
-    void audioDatagram(const QByteArray& data);
-    void ctrlDatagram(const QByteArray& data);
-
 private:
     QByteArray controlPacket(quint8 kind) const;
 

@@ -85,7 +85,6 @@ void IaxServer::onReadyRead()
         const Frame frame = decode(datagram.data());
         received.append(frame);
         handle(frame);
-        emit frameReceived(frame);
     }
 }
 

@@ -50,9 +50,6 @@ public:
     QByteArray token = "tok-5678";
     QByteArray challenge = "314159265";
 
-signals:
-    void frameReceived(const IaxServer::Frame& frame);
-
 private:
     void onReadyRead();
     void handle(const Frame& frame);

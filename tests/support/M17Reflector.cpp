@@ -39,7 +39,6 @@ void M17Reflector::onReadyRead()
         const QNetworkDatagram datagram = socket.receiveDatagram();
         const QByteArray data = datagram.data();
         received.append(data);
-        emit datagramReceived(data);
         if (silent)
             continue;
         const QHostAddress from = datagram.senderAddress();

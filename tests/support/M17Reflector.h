@@ -40,9 +40,6 @@ public:
     QList<QByteArray> received; // every datagram, in order
     QList<QByteArray> relayed;  // stream frames passed on
 
-signals:
-    void datagramReceived(const QByteArray& data);
-
 private:
     void onReadyRead();
     void onPingTick();

@@ -238,7 +238,6 @@ void SvxReflector::onReadyRead(Node* n)
         Frame f{qFromBigEndian<quint16>(n->rx.constData() + 4), n->rx.mid(6, qsizetype(len) - 2)};
         n->rx.remove(0, 4 + qsizetype(len));
         receivedFrames.append(f);
-        emit frameReceived(f.type);
         handle(n, f);
         if (!connected.contains(n))
             return;
@@ -409,7 +408,6 @@ void SvxReflector::onUdp()
             continue;
         from->udpAddress = d.senderAddress();
         from->udpPort = quint16(d.senderPort());
-        emit datagramReceived();
         handleUdp(from, qFromBigEndian<quint16>(inner.constData()), inner.mid(2));
     }
 }

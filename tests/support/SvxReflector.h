@@ -94,9 +94,7 @@ public:
     static QByteArray u32(quint32 v);
 
 signals:
-    void frameReceived(quint16 type);
     void nodeLoggedIn(const QString& callsign);
-    void datagramReceived();
 
 private:
     void onNewConnection();

@@ -1,5 +1,6 @@
 // SvxReflectorClient against a loopback reflector speaking protocol versions 2 and 3.
 #include "LogCapture.h"
+#include "Pcm.h"
 #include "SvxReflector.h"
 #include "TempConfigHome.h"
 #include "app/Identity.h"
@@ -45,30 +46,7 @@ void tick(SvxReflectorClient& client, int n = 1)
 
 QByteArray toneFrame(int index, double hz = 500)
 {
-    QByteArray frame(320, Qt::Uninitialized);
-    auto* s = reinterpret_cast<qint16*>(frame.data());
-    for (int i = 0; i < 160; ++i)
-        s[i] = qint16(8000 * std::sin(2 * M_PI * hz * (index * 160 + i) / 8000.0));
-    return frame;
-}
-
-// Share of the energy of frames that lies at hz: 1 for a pure tone.
-double toneShare(const QList<QByteArray>& frames, double hz)
-{
-    double corr = 0, energy = 0;
-    qint64 t = 0;
-    for (const QByteArray& f : frames) {
-        const auto* s = reinterpret_cast<const qint16*>(f.constData());
-        double c = 0, q = 0, e = 0;
-        for (int i = 0; i < f.size() / 2; ++i, ++t) {
-            c += s[i] * std::cos(2 * M_PI * hz * double(t) / 8000.0);
-            q += s[i] * std::sin(2 * M_PI * hz * double(t) / 8000.0);
-            e += double(s[i]) * s[i];
-        }
-        corr += (c * c + q * q) / (f.size() / 4.0);
-        energy += e;
-    }
-    return energy > 0 ? corr / energy : 0;
+    return pcm::tone(160, hz, 8000, 8000, index * 160);
 }
 
 QByteArray opusPacket(int index)
@@ -442,18 +420,12 @@ private slots:
         QCOMPARE(pcm.first().first().toByteArray().size(), 320);
         QCOMPARE(a->state(), State::Connected);
 
-        // Authentic datagrams replayed play nothing: a repeat inside the window of the last
-        // 64 counters, and one that has fallen out of it.
+        // An authentic datagram replayed plays nothing (the window's edges: the wire suite).
         reflector.sendUdpRaw(node, firstAudio);
-        for (int i = 1; i <= 70; ++i)
-            reflector.sendAudio(node, opusPacket(i));
-        QTRY_COMPARE(pcm.size(), 71);
-        reflector.sendUdpRaw(node, node->sentDatagrams.last());
-        reflector.sendUdpRaw(node, firstAudio);
-        reflector.sendAudio(node, opusPacket(71));
-        QTRY_COMPARE(pcm.size(), 72);
+        reflector.sendAudio(node, opusPacket(1));
+        QTRY_COMPARE(pcm.size(), 2);
         QTest::qWait(50);
-        QCOMPARE(pcm.size(), 72);
+        QCOMPARE(pcm.size(), 2);
     }
 
     void v3WithoutCertificateOrPassword()
@@ -640,8 +612,8 @@ private:
         for (const QByteArray& f : std::as_const(frames))
             QCOMPARE(f.size(), 320);
         frames = frames.mid(5);
-        QVERIFY2(toneShare(frames, 500) > 0.8, qPrintable(QString::number(toneShare(frames, 500))));
-        QVERIFY(toneShare(frames, 1300) < 0.05);
+        QVERIFY2(pcm::toneShare(frames, 500) > 0.8, qPrintable(QString::number(pcm::toneShare(frames, 500))));
+        QVERIFY(pcm::toneShare(frames, 1300) < 0.05);
 
         a->setTalking(false);
         QTRY_COMPARE(bStops.size(), 1);

@@ -1,5 +1,6 @@
 #include "LogCapture.h"
 #include "M17Reflector.h"
+#include "Pcm.h"
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
@@ -16,21 +17,16 @@
 #include <QTest>
 
 #include <algorithm>
-#include <cmath>
 
 using zl::m17::M17Client;
 using zl::ui::M17ReflectorRow;
 
 namespace {
 
-// 40 ms of a 600 Hz tone, 8 kHz mono 16-bit.
+// 40 ms of a 600 Hz tone.
 QByteArray tone40ms()
 {
-    QByteArray pcm(640, '\0');
-    auto* samples = reinterpret_cast<qint16*>(pcm.data());
-    for (int i = 0; i < 320; ++i)
-        samples[i] = qint16(8000 * std::sin(2 * M_PI * 600 * i / 8000.0));
-    return pcm;
+    return pcm::tone(320, 600);
 }
 
 M17ReflectorRow* rowOf(const M17ModePage& page, const QString& key)

@@ -18,12 +18,9 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QGroupBox>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -194,25 +191,6 @@ private slots:
         zl::setIdentities("p25", {});
     }
 
-    void volumeDuringPttIsSavedAtRelease()
-    {
-        resetConfig(QJsonObject{{"default_mode", "M17"}});
-        MainWindow w;
-        waitForLink(w);
-        ptt(w)->click();
-        auto* slider = w.findChild<QSlider*>("spkSlider");
-        QVERIFY(!slider->isEnabled());
-        slider->setValue(42);
-        QCOMPARE(zl::audio::AudioMixer::instance().spkVolumePercent(), 42);
-        QTRY_COMPARE(Config::instance().section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
-        QVERIFY(!Config(home.configFile()).section("m17").value("audio").toObject().contains("spk_volume"));
-        ptt(w)->click();
-        QCOMPARE(Config(home.configFile()).section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
-        // Another mode has its own values.
-        w.selectMode("D-STAR");
-        QCOMPARE(slider->value(), 80);
-    }
-
     void cardsInOrderWithStateWordsAndColours()
     {
         resetConfig();
@@ -309,7 +287,7 @@ private slots:
         QVERIFY(!group->isHidden());
     }
 
-    void keyboardPttHoldAndToggle()
+    void keyboardAndMousePtt()
     {
         resetConfig(QJsonObject{{"ptt_key", int(Qt::Key_F5)}, {"default_mode", "M17"}});
         MainWindow w;
@@ -355,6 +333,22 @@ private slots:
         setGeneral("ptt_key", 0);
         sendKey(target, QEvent::KeyPress, Qt::Key_F5);
         QVERIFY(!ptt(w)->isChecked());
+
+        // The mouse latches by default, or holds.
+        QTest::mouseClick(ptt(w), Qt::LeftButton);
+        QVERIFY(ptt(w)->isChecked());
+        QTest::mouseClick(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
+
+        setGeneral("ptt_mouse_hold", true);
+        QTest::mousePress(ptt(w), Qt::LeftButton);
+        QVERIFY(ptt(w)->isChecked());
+        QTest::mouseRelease(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
+        // A press on the disabled button passes on and does nothing.
+        w.selectMode("APRS");
+        QTest::mousePress(ptt(w), Qt::LeftButton);
+        QVERIFY(!ptt(w)->isChecked());
     }
 
     void pttKeyTypesInTextFields()
@@ -383,28 +377,7 @@ private slots:
         QCOMPARE(edit->text(), QString(" a"));
     }
 
-    void mouseHoldAndLatch()
-    {
-        resetConfig(QJsonObject{{"default_mode", "M17"}});
-        MainWindow w;
-        waitForLink(w);
-        QTest::mouseClick(ptt(w), Qt::LeftButton);
-        QVERIFY(ptt(w)->isChecked());
-        QTest::mouseClick(ptt(w), Qt::LeftButton);
-        QVERIFY(!ptt(w)->isChecked());
-
-        setGeneral("ptt_mouse_hold", true);
-        QTest::mousePress(ptt(w), Qt::LeftButton);
-        QVERIFY(ptt(w)->isChecked());
-        QTest::mouseRelease(ptt(w), Qt::LeftButton);
-        QVERIFY(!ptt(w)->isChecked());
-        // A press on the disabled button passes on and does nothing.
-        w.selectMode("APRS");
-        QTest::mousePress(ptt(w), Qt::LeftButton);
-        QVERIFY(!ptt(w)->isChecked());
-    }
-
-    void pttWritesATxRow()
+    void pttWritesATxRowAndSavesTheVolume()
     {
         resetConfig(QJsonObject{{"default_mode", "M17"}, {"callsign", "XX0ABC"}});
         MainWindow w;
@@ -416,10 +389,21 @@ private slots:
         QCOMPARE(cell(w, 0, 5), QString("(TX)"));
         QCOMPARE(cell(w, 0, 6), QString());
         QCOMPARE(table(w)->item(0, 0)->background().color(), QColor(220, 40, 40, 64));
+        // The volume changed during PTT is saved at release.
+        auto* slider = w.findChild<QSlider*>("spkSlider");
+        QVERIFY(!slider->isEnabled());
+        slider->setValue(42);
+        QCOMPARE(zl::audio::AudioMixer::instance().spkVolumePercent(), 42);
+        QTRY_COMPARE(Config::instance().section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
+        QVERIFY(!Config(home.configFile()).section("m17").value("audio").toObject().contains("spk_volume"));
         ptt(w)->click();
+        QCOMPARE(Config(home.configFile()).section("m17").value("audio").toObject().value("spk_volume").toInt(), 42);
         QCOMPARE(table(w)->rowCount(), 1);
         QVERIFY(cell(w, 0, 6).endsWith(" s"));
         QCOMPARE(table(w)->item(0, 0)->background().style(), Qt::NoBrush);
+        // Another mode has its own values.
+        w.selectMode("D-STAR");
+        QCOMPARE(slider->value(), 80);
 
         // DMR with no peers: nothing to talk to, the status line says so and no row is stored.
         w.selectMode("DMR");
@@ -476,11 +460,23 @@ private slots:
         QCOMPARE(entries.first().toObject().keys(),
                  (QStringList{"call", "country", "dur", "loss", "mode", "rssi", "server", "target", "time"}));
 
-        MainWindow again;
-        QCOMPARE(table(again)->rowCount(), 50);
-        QCOMPARE(cell(again, 0, 1), QString("C54"));
-        QCOMPARE(cell(again, 49, 1), QString("C5"));
-        QCOMPARE(cell(again, 0, 0), QString("12:00:00"));
+        {
+            MainWindow again;
+            QCOMPARE(table(again)->rowCount(), 50);
+            QCOMPARE(cell(again, 0, 1), QString("C54"));
+            QCOMPARE(cell(again, 49, 1), QString("C5"));
+            QCOMPARE(cell(again, 0, 0), QString("12:00:00"));
+        }
+
+        // A longer stored list is cut to fifty, first ones kept.
+        QJsonArray many;
+        for (int i = 0; i < 60; ++i)
+            many.append(QJsonObject{{"call", QStringLiteral("S%1").arg(i)}});
+        Config::instance().setSection("lastheard", QJsonObject{{"entries", many}});
+        MainWindow cut;
+        QCOMPARE(table(cut)->rowCount(), 50);
+        QCOMPARE(cell(cut, 0, 1), QString("S0"));
+        QCOMPARE(cell(cut, 49, 1), QString("S49"));
     }
 
     // The large view: fed from the compact table and then row by row, searched, filtered by
@@ -525,19 +521,6 @@ private slots:
         QTRY_VERIFY(!w.findChild<LastHeardWindow*>());
     }
 
-    void storedListIsCutToFifty()
-    {
-        resetConfig();
-        QJsonArray many;
-        for (int i = 0; i < 60; ++i)
-            many.append(QJsonObject{{"call", QStringLiteral("S%1").arg(i)}});
-        Config::instance().setSection("lastheard", QJsonObject{{"entries", many}});
-        MainWindow w;
-        QCOMPARE(table(w)->rowCount(), 50);
-        QCOMPARE(cell(w, 0, 1), QString("S0"));
-        QCOMPARE(cell(w, 49, 1), QString("S49"));
-    }
-
     void geometryIsSavedAndFitsTheScreen()
     {
         resetConfig();
@@ -558,21 +541,6 @@ private slots:
         MainWindow again;
         QCOMPARE(again.width(), again.minimumWidth() + 10);
         QCOMPARE(again.height(), again.minimumHeight() + 10);
-    }
-
-    void screenshotForReview()
-    {
-        resetConfig(QJsonObject{{"callsign", "XX0ABC"}});
-        QFile style(QStringLiteral(ZL_SOURCE_DIR "/assets/style.qss"));
-        QVERIFY(style.open(QIODevice::ReadOnly));
-        qApp->setStyleSheet(QString::fromUtf8(style.readAll()));
-        MainWindow w;
-        emitLine(page(w, "YSF"), "XX1YSF");
-        w.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&w));
-        const QPixmap shot = w.grab();
-        QVERIFY(!shot.isNull());
-        QVERIFY(shot.save(QStringLiteral(ZL_ARTIFACT_DIR "/mainwindow.png")));
     }
 };
 

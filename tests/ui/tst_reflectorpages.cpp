@@ -1,15 +1,13 @@
 // The YSF and NXDN pages against loopback reflectors, with simulated AMBE chips in the
 // vocoder pool: linking after the start delay, the row dots, a talker from another station,
 // and PTT from the active row.
+#include "AmbeChips.h"
 #include "NxdnReflector.h"
-#include "SimulatedAmbeChip.h"
-#include "TempConfigHome.h"
 #include "YsfReflector.h"
 #include "app/Config.h"
 #include "app/Identity.h"
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
-#include "hw/Dv3000Pool.h"
 #include "nxdn/NxdnNetwork.h"
 #include "nxdn/NxdnVoice.h"
 #include "ui/NxdnModePage.h"
@@ -19,7 +17,6 @@
 #include "ysf/YsfVoice.h"
 
 #include <QCheckBox>
-#include <QJsonArray>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
@@ -64,20 +61,12 @@ class TestReflectorPages : public QObject {
     Q_OBJECT
 
 private:
-    TempConfigHome home;
-    SimulatedAmbeChip chips[3];
+    AmbeChips chips{3, true};
 
 private slots:
     void initTestCase()
     {
-        QJsonArray servers;
-        for (SimulatedAmbeChip& chip : chips)
-            servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", chip.listenUdp()}, {"enabled", true}});
-        zl::Config::instance().setSection("hardware", QJsonObject{{"ambe_servers", servers}});
-        zl::hw::Dv3000Pool* pool = zl::hw::Dv3000Pool::instance();
-        pool->setPortLister([] { return QStringList(); });
-        pool->rescan();
-        QTRY_COMPARE(pool->readyCount(), 3);
+        QVERIFY(chips.ready());
 
         zl::Identity me;
         me.label = "home";

@@ -1,6 +1,7 @@
-// FICH, voice field and header data of YSF V/D mode 2, checked by their decoders written
-// from the channel coding rules and by the properties of the codes.
-#include "hw/AmbeFrame.h"
+// The channel coding of YSF V/D mode 2 (CRC-16, the rate-1/2 convolutional code, Golay) and
+// the FICH, voice field and header data built with it, checked against published values, by
+// decoders written from the channel coding rules and by the properties of the codes.
+#include "AmbeChips.h"
 #include "ysf/YsfConvolution.h"
 #include "ysf/YsfCrc.h"
 #include "ysf/YsfFich.h"
@@ -19,24 +20,58 @@ void flipBit(QByteArray& data, int bit)
     data[bit / 8] = char(quint8(data.at(bit / 8)) ^ (0x80 >> (bit % 8)));
 }
 
-// A 72-bit frame as a chip would produce it: any 49 bits, coded.
-QByteArray chipFrame(QRandomGenerator& rng)
-{
-    QByteArray seven(7, '\0');
-    for (char& c : seven)
-        c = char(rng.bounded(256));
-    seven[6] = char(quint8(seven.at(6)) & 0x80);
-    QByteArray nine(9, '\0');
-    zl::hw::ambe49To72(reinterpret_cast<const uint8_t*>(seven.constData()), reinterpret_cast<uint8_t*>(nine.data()));
-    return nine;
-}
-
 } // namespace
 
 class TestYsfFich : public QObject {
     Q_OBJECT
 
 private slots:
+    void crcIsCrc16Gsm()
+    {
+        // CCITT polynomial, start 0, complemented: the catalogue's CRC-16/GSM, check 0xCE3C.
+        QCOMPARE(ysfCrc("123456789"), quint16(0xCE3C));
+        QCOMPARE(ysfCrc(QByteArrayView()), quint16(0xFFFF));
+    }
+
+    void impulseResponseIsTheGenerators()
+    {
+        // g1 = 1 + D^3 + D^4 and g2 = 1 + D + D^2 + D^4, read off the response to a single 1.
+        const QList<quint8> out = convolutionalEncode({1, 0, 0, 0, 0, 0});
+        QCOMPARE(out, (QList<quint8>{1, 1, 0, 1, 0, 1, 1, 0, 1, 1, 0, 0}));
+        // Linear: the response to two ones is the sum of the shifted responses.
+        const QList<quint8> two = convolutionalEncode({1, 0, 1, 0, 0, 0, 0});
+        const QList<quint8> a = convolutionalEncode({1, 0, 0, 0, 0, 0, 0});
+        const QList<quint8> b = convolutionalEncode({0, 0, 1, 0, 0, 0, 0});
+        for (qsizetype i = 0; i < two.size(); ++i)
+            QCOMPARE(two[i], quint8(a[i] ^ b[i]));
+    }
+
+    void viterbiCorrectsScatteredErrors()
+    {
+        QRandomGenerator rng(17);
+        for (int round = 0; round < 200; ++round) {
+            QList<quint8> data(96);
+            for (quint8& bit : data)
+                bit = quint8(rng.bounded(2));
+            QList<quint8> withTail = data + QList<quint8>{0, 0, 0, 0};
+            QList<quint8> coded = convolutionalEncode(withTail);
+            QCOMPARE(viterbiDecode(coded).first(96), data);
+            // Three errors far apart are within the code's reach (free distance 7).
+            for (int e = 0; e < 3; ++e)
+                coded[e * 60 + rng.bounded(20)] ^= 1;
+            QCOMPARE(viterbiDecode(coded).first(96), data);
+        }
+    }
+
+    void bitHelpersRoundTrip()
+    {
+        const QByteArray bytes = QByteArray::fromHex("a55a0ff0c3");
+        const QList<quint8> bits = bitsOf(bytes, 40);
+        QCOMPARE(bits.first(8), (QList<quint8>{1, 0, 1, 0, 0, 1, 0, 1}));
+        QCOMPARE(bytesOf(bits), bytes);
+        QCOMPARE(bytesOf(bitsOf(bytes, 12)), QByteArray::fromHex("a550"));
+    }
+
     void golay24CorrectsThreeAndDetectsFour()
     {
         QRandomGenerator rng(3);
@@ -75,14 +110,14 @@ private slots:
         const std::optional<Fich> back = decodeFich(field);
         QVERIFY(back);
         QCOMPARE(back->toBytes(), f.toBytes());
-
-        QRandomGenerator rng(5);
-        for (int round = 0; round < 300; ++round) {
-            const QByteArray four = QByteArray::number(rng.generate(), 16).rightJustified(8, '0');
-            Fich any = Fich::fromBytes(QByteArray::fromHex(four));
-            const std::optional<Fich> decoded = decodeFich(encodeFich(any));
-            QVERIFY(decoded);
-            QCOMPARE(decoded->toBytes(), any.toBytes());
+        QCOMPARE(Fich::fromBytes(QByteArray::fromHex("402e0a55")).toBytes(), f.toBytes());
+        // Alternating and full bit patterns: each field from its own bits, the spare bits clear,
+        // and the coding keeps all of them.
+        const QList<QByteArray> in{"ffffffff", "aaaaaaaa", "55555555"}, out{"ffff7f7f", "aaaa2a2a", "55555555"};
+        for (int i = 0; i < in.size(); ++i) {
+            const Fich any = Fich::fromBytes(QByteArray::fromHex(in[i]));
+            QCOMPARE(any.toBytes(), QByteArray::fromHex(out[i]));
+            QCOMPARE(decodeFich(encodeFich(any))->toBytes(), any.toBytes());
         }
     }
 
@@ -136,7 +171,7 @@ private slots:
         QCOMPARE(voiceFieldToChipFrame(chipFrameToVoiceField(silence)), silence);
         QRandomGenerator rng(11);
         for (int round = 0; round < 200; ++round) {
-            const QByteArray frame = chipFrame(rng);
+            const QByteArray frame = AmbeChips::randomFrame(rng);
             const QByteArray field = chipFrameToVoiceField(frame);
             QCOMPARE(field.size(), 13);
             QCOMPARE(voiceFieldToChipFrame(field), frame);
@@ -147,7 +182,7 @@ private slots:
     {
         // Undo interleaving and whitening by the rules, then the repeated bits must agree.
         QRandomGenerator rng(13);
-        const QByteArray field = chipFrameToVoiceField(chipFrame(rng));
+        const QByteArray field = chipFrameToVoiceField(AmbeChips::randomFrame(rng));
         const QList<quint8> in = bitsOf(field, 104);
         const QList<quint8> white = bitsOf(whitening(13), 104);
         QList<quint8> bits(104);
@@ -172,6 +207,8 @@ private slots:
         QVERIFY(fich);
         QCOMPARE(fich->fi, quint8(0));
         QCOMPARE(fich->sq, quint8(12));
+        QCOMPARE(fich->dt, quint8(2)); // V/D mode 2, frames 0 to 6
+        QCOMPARE(fich->ft, quint8(6));
 
         // Gather CSD1 and CSD2 from their runs and decode them by the rules.
         const auto decodeCsd = [&](qsizetype first) {

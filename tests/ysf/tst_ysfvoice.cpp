@@ -1,15 +1,10 @@
 // YsfVoice with simulated AMBE chips lent by a vocoder pool: speech both ways, talkers, counters.
-#include "SimulatedAmbeChip.h"
-#include "TempConfigHome.h"
-#include "app/Config.h"
-#include "hw/Dv3000Pool.h"
+#include "AmbeChips.h"
 #include "ysf/YsfFich.h"
 #include "ysf/YsfFrame.h"
 #include "ysf/YsfPayload.h"
 #include "ysf/YsfVoice.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -36,29 +31,16 @@ class TestYsfVoice : public QObject {
     Q_OBJECT
 
 private:
-    TempConfigHome home;
-    SimulatedAmbeChip chipA, chipB;
-    std::unique_ptr<zl::hw::Dv3000Pool> pool;
+    AmbeChips chips{2};
+    zl::hw::Dv3000Pool* pool = chips.pool;
     qint64 now = 1'000'000;
 
 private slots:
-    void initTestCase()
-    {
-        QJsonArray servers;
-        for (SimulatedAmbeChip* chip : {&chipA, &chipB})
-            servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", chip->listenUdp()}, {"enabled", true}});
-        zl::Config::instance().setSection("hardware", QJsonObject{{"ambe_servers", servers}});
-        pool = std::make_unique<zl::hw::Dv3000Pool>();
-        pool->setPortLister([] { return QStringList(); });
-        pool->rescan();
-        QTRY_COMPARE(pool->readyCount(), 2);
-    }
-
-    void cleanupTestCase() { pool.reset(); }
+    void initTestCase() { QVERIFY(chips.ready()); }
 
     void toneGoesOutAndComesBack()
     {
-        YsfVoice tx(pool.get()), rx(pool.get());
+        YsfVoice tx(pool), rx(pool);
         tx.setIdentity("gw1", "xx0abc", "", 3);
         QList<QByteArray> frames;
         connect(&tx, &YsfVoice::frameReady, this, [&](const QByteArray& f) { frames.append(f); });
@@ -99,7 +81,7 @@ private slots:
 
     void talkersFromHeadersAndVoice()
     {
-        YsfVoice rx(pool.get());
+        YsfVoice rx(pool);
         QSignalSpy starts(&rx, &YsfVoice::talkerStart);
         QSignalSpy stops(&rx, &YsfVoice::talkerStop);
         rx.onNetworkFrame(frame(0, 0, "XX1AAA", 0));
@@ -121,7 +103,7 @@ private slots:
 
     void dgIdFilterAndIdleTimer()
     {
-        YsfVoice rx(pool.get());
+        YsfVoice rx(pool);
         rx.setRxIdleInterval(200);
         rx.setRxDgIdFilter(5);
         QSignalSpy starts(&rx, &YsfVoice::talkerStart);
@@ -141,7 +123,7 @@ private slots:
 
     void receiveIsMuteForOneSecondAfterTransmit()
     {
-        YsfVoice voice(pool.get());
+        YsfVoice voice(pool);
         voice.setClockForTests([this] { return now; });
         voice.setIdentity("GW", "XX0ABC", "ALL", 0);
         QSignalSpy starts(&voice, &YsfVoice::talkerStart);
@@ -159,7 +141,7 @@ private slots:
 
     void partialBlockAndCounterWraps()
     {
-        YsfVoice tx(pool.get());
+        YsfVoice tx(pool);
         tx.setIdentity("GW", "XX0ABC", "ALL", 0);
         QList<QByteArray> frames;
         connect(&tx, &YsfVoice::frameReady, this, [&](const QByteArray& f) { frames.append(f); });
