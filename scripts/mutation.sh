@@ -198,13 +198,20 @@ done < <(ctest --test-dir "$build" -N | sed -n 's/^ *Test *#[0-9]*: *//p')
 [ ${#suites[@]} -gt 0 ] || { log "mutation.sh: no QtTest suites found in $build"; exit 1; }
 
 program=$(find "$build" -maxdepth 3 -type f -name zephyrlake -perm -u+x -not -path '*/CMakeFiles/*' | head -n 1)
+# The suites that start the program carry its path, as UTF-8 or (QStringLiteral) as UTF-16.
+program_utf16=""
+if [ -n "$program" ]; then
+    program_utf16=$(printf '%s' "$program" | od -An -v -tx1 | tr -d ' \n' | sed 's/\(..\)/\\x\1\\x00/g')
+fi
 declare -A exe=() clean_hash=() spawns=()
 for s in "${suites[@]}"; do
     exe[$s]=$(find "$build/tests" -type f -name "$s" -perm -u+x | head -n 1)
     [ -n "${exe[$s]}" ] || { log "mutation.sh: no executable for $s"; exit 1; }
-    # The suites that start the program carry its path.
-    if [ -n "$program" ] && grep -qF "$program" "${exe[$s]}"; then spawns[$s]=1; fi
+    if [ -n "$program" ] && { grep -qaF "$program" "${exe[$s]}" || LC_ALL=C grep -qaP "$program_utf16" "${exe[$s]}"; }; then
+        spawns[$s]=1
+    fi
 done
+[ ${#spawns[@]} -eq 0 ] || log "mutation.sh: suites that start the program: ${!spawns[*]}"
 
 hash_all() {
     local s
