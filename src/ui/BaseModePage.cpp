@@ -34,6 +34,13 @@ BaseModePage::BaseModePage(const QString& mode, QWidget* parent) : QWidget(paren
 {
 }
 
+const QStringList& BaseModePage::modeNames()
+{
+    static const QStringList names = {"AllStar", "APRS", "D-STAR", "DMR",    "DMR SMS", "Echolink",
+                                      "M17",     "NXDN", "P25",    "POCSAG", "SvxLink", "YSF"};
+    return names;
+}
+
 QString BaseModePage::keyOf(const QString& mode)
 {
     QString key = mode.toLower();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QWidget>
 
 class QComboBox;
@@ -19,6 +20,8 @@ public:
     // The configuration section of the mode: the name in lower case without '-' and ' '.
     QString modeKey() const { return keyOf(modeName); }
     static QString keyOf(const QString& mode);
+    // The twelve mode names, in the order the window shows them.
+    static const QStringList& modeNames();
 
     virtual bool isModeEnabled() const = 0;
     virtual bool isModeConnected() const = 0;

@@ -1,6 +1,7 @@
 #include "ui/GeneralSettingsTab.h"
 
 #include "app/Config.h"
+#include "ui/BaseModePage.h"
 #include "ui/IdentityEditorDialog.h"
 
 #include <QButtonGroup>
@@ -106,10 +107,7 @@ GeneralSettingsTab::GeneralSettingsTab(QWidget* parent)
 
     auto* startLine = new QHBoxLayout;
     defaultMode->setObjectName(QStringLiteral("defaultMode"));
-    defaultMode->addItems({QStringLiteral("AllStar"), QStringLiteral("APRS"), QStringLiteral("D-STAR"),
-                           QStringLiteral("DMR"), QStringLiteral("DMR SMS"), QStringLiteral("Echolink"),
-                           QStringLiteral("M17"), QStringLiteral("NXDN"), QStringLiteral("P25"),
-                           QStringLiteral("POCSAG"), QStringLiteral("SvxLink"), QStringLiteral("YSF")});
+    defaultMode->addItems(BaseModePage::modeNames());
     defaultMode->setCurrentText(zl::Config::instance().defaultMode());
     startLine->addWidget(new QLabel(QStringLiteral("Page shown at start:")));
     startLine->addWidget(defaultMode);

@@ -109,9 +109,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
     compact = zl::ui::isShortScreen();
     // On a short screen the window takes the whole screen (cut to it below): every line counts.
     resize(compact ? QSize(4000, 4000) : QSize(zl::uiScale(780), zl::uiScale(1020)));
-    setMinimumSize(zl::uiScale(380), qMin(zl::uiScale(560), compact ? 400 : zl::uiScale(560)));
-    modes = {"AllStar", "APRS", "D-STAR", "DMR",    "DMR SMS", "Echolink",
-             "M17",     "NXDN", "P25",    "POCSAG", "SvxLink", "YSF"};
+    setMinimumSize(zl::uiScale(380), compact ? qMin(zl::uiScale(560), 400) : zl::uiScale(560));
+    modes = BaseModePage::modeNames();
 
     auto* central = new QWidget;
     auto* layout = new QVBoxLayout(central);
