@@ -172,7 +172,7 @@ private slots:
         configure("127.0.0.1:1", {{"status_port", status.port()}, {"enabled", false}}, "127.0.0.1:1");
         LogCapture log;
         SvxLinkModePage page;
-        QTRY_COMPARE(status.requests, 1);
+        QTRY_VERIFY(status.requests >= 1); // polls every 50 ms here: a slow machine may see several
         QVERIFY(log.lines().contains(
             QStringLiteral("SvxLink status: fetching http://127.0.0.1:%1/status").arg(status.port())));
         QTRY_COMPARE(page.locationOf("127.0.0.1:1", "SM9X"), QStringLiteral("Stockholm"));
