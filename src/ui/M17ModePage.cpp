@@ -1,29 +1,18 @@
 #include "ui/M17ModePage.h"
 
 #include "app/Config.h"
-#include "app/Identity.h"
 #include "app/TimeScale.h"
 #include "audio/AudioMixer.h"
-#include "db/ServerRegistry.h"
 #include "m17/M17Client.h"
 #include "m17/M17Voice.h"
 #include "ui/M17ReflectorRow.h"
 
 #include <QDebug>
-#include <QJsonObject>
-#include <QLabel>
-#include <QPushButton>
-#include <QTime>
-#include <QTimer>
-#include <QVBoxLayout>
 
 using zl::m17::M17Client;
-using zl::ui::M17ReflectorRow;
+using zl::ui::ReflectorRow;
 
 namespace {
-
-int startDelayMs = 1500;
-const QString kModeKey = QStringLiteral("m17");
 
 QString colourOf(M17Client::State state)
 {
@@ -41,40 +30,29 @@ QString colourOf(M17Client::State state)
     }
 }
 
-} // namespace
-
-void M17ModePage::setStartDelay(int ms)
+// The row's module letter: stored upper case, "A" when none is.
+QString moduleOf(const QJsonObject& values)
 {
-    startDelayMs = ms;
+    const QString module = values.value(QStringLiteral("module")).toString().trimmed().toUpper().left(1);
+    return module.isEmpty() ? QStringLiteral("A") : module;
 }
 
-M17ModePage::M17ModePage(QWidget* parent) : BaseModePage(QStringLiteral("M17"), parent)
-{
-    auto* layout = new QVBoxLayout(this);
-    auto* title = new QLabel(QStringLiteral("M17 reflectors — click a row to link it, click again to unlink"));
-    title->setProperty("role", QStringLiteral("section"));
-    layout->addWidget(title);
-    rowsLayout = new QVBoxLayout;
-    layout->addLayout(rowsLayout);
-    layout->addWidget(addButton(QStringLiteral("+ Add reflector")), 0, Qt::AlignLeft);
-    layout->addStretch(1);
+} // namespace
 
+M17ModePage::M17ModePage(QWidget* parent)
+    : ReflectorModePage(QStringLiteral("M17"),
+                        QStringLiteral("M17 reflectors — click a row to link it, click again to unlink"), parent)
+{
     voice = new zl::m17::M17Voice(this);
     connect(voice, &zl::m17::M17Voice::frameReady, this, [this](const QByteArray& frame) {
         if (M17Client* client = clients.value(activeKey))
             client->sendFrame(frame);
     });
-    connect(voice, &zl::m17::M17Voice::rxPcm, this,
-            [this](const QByteArray& pcm) { zl::audio::AudioMixer::instance().pushPcm(kModeKey, pcm, activeKey); });
+    connect(voice, &zl::m17::M17Voice::rxPcm, this, &M17ModePage::playPcm);
     connect(voice, &zl::m17::M17Voice::talkerStarted, this, &M17ModePage::onTalker);
     connect(&zl::audio::AudioMixer::instance(), &zl::audio::AudioMixer::micPcmReady, voice,
             &zl::m17::M17Voice::pushMicPcm);
-
-    rebuildRows();
-    startTimer = new QTimer(this);
-    startTimer->setSingleShot(true);
-    connect(startTimer, &QTimer::timeout, this, &M17ModePage::start);
-    startTimer->start(startDelayMs);
+    begin();
 }
 
 M17ModePage::~M17ModePage()
@@ -84,29 +62,10 @@ M17ModePage::~M17ModePage()
         client->disconnectFromReflector();
 }
 
-bool M17ModePage::isModeEnabled() const
-{
-    for (const Server& server : servers) {
-        if (server.enabled)
-            return true;
-    }
-    return false;
-}
-
 bool M17ModePage::isModeConnected() const
 {
     const M17Client* client = clients.value(activeKey);
     return client && client->state() == M17Client::State::Linked;
-}
-
-QString M17ModePage::serverText() const
-{
-    return activeKey.isEmpty() ? QString() : rowName(activeKey);
-}
-
-QString M17ModePage::targetText() const
-{
-    return serverText();
 }
 
 void M17ModePage::setPttActive(bool on)
@@ -117,7 +76,7 @@ void M17ModePage::setPttActive(bool on)
     }
     if (!isModeConnected())
         return;
-    const QString callsign = zl::resolveIdentity(kModeKey).callsign;
+    const QString callsign = ownCallsign();
     if (callsign.isEmpty()) {
         qWarning() << "M17: no callsign configured, not transmitting";
         return;
@@ -127,15 +86,19 @@ void M17ModePage::setPttActive(bool on)
 
 void M17ModePage::reloadConfig()
 {
-    rebuildRows();
-    if (started && activeKey.isEmpty())
+    ReflectorModePage::reloadConfig();
+    if (isStarted() && activeKey.isEmpty())
         start();
+}
+
+zl::ui::ReflectorRow* M17ModePage::createRow(const QString& key)
+{
+    return new zl::ui::M17ReflectorRow(key);
 }
 
 void M17ModePage::start()
 {
-    started = true;
-    QString first = zl::Config::instance().section(kModeKey).value(QStringLiteral("active")).toString();
+    QString first = zl::Config::instance().section(modeKey()).value(QStringLiteral("active")).toString();
     if (!servers.value(first).enabled) {
         first.clear();
         for (const QString& key : std::as_const(order)) {
@@ -149,69 +112,9 @@ void M17ModePage::start()
         connectTo(first);
 }
 
-void M17ModePage::rebuildRows()
+QString M17ModePage::linkData(const Server& server) const
 {
-    const QJsonObject stored = zl::Config::instance().section(kModeKey).value(QStringLiteral("servers")).toObject();
-    QHash<QString, Server> fresh;
-    QStringList freshOrder;
-    for (const zl::ServerEntry& entry : zl::ServerRegistry(QStringLiteral("M17")).selected()) {
-        const QJsonObject values = stored.value(entry.id).toObject();
-        Server server;
-        server.name = entry.name;
-        server.host = entry.host;
-        server.port = quint16(entry.port);
-        server.enabled = values.value(QStringLiteral("enabled")).toBool(false);
-        server.module = values.value(QStringLiteral("module")).toString(QStringLiteral("A")).toUpper().left(1);
-        fresh.insert(entry.id, server);
-        freshOrder << entry.id;
-    }
-    servers = fresh;
-    order = freshOrder;
-
-    for (const QString& key : rows.keys()) {
-        if (!servers.contains(key)) {
-            dropClient(key);
-            delete rows.take(key);
-        }
-    }
-    for (const QString& key : std::as_const(order)) {
-        const Server& server = servers[key];
-        M17ReflectorRow* row = rows.value(key);
-        if (!row) {
-            row = new M17ReflectorRow(key);
-            rows.insert(key, row);
-            connect(row, &M17ReflectorRow::clickedActive, this, &M17ModePage::onRowClicked);
-            connect(row, &M17ReflectorRow::toggled, this, &M17ModePage::onRowToggled);
-            connect(row, &M17ReflectorRow::editRequested, this, &M17ModePage::openModeSettings);
-            connect(row, &M17ReflectorRow::moduleChanged, this, [this](const QString& rowKey, const QString& module) {
-                storeRow(rowKey, "module", module);
-                servers[rowKey].module = module;
-            });
-        }
-        rowsLayout->addWidget(row); // keeps list order
-        row->show(rowName(key), QStringLiteral("%1:%2").arg(server.host).arg(server.port), server.enabled,
-                  server.module);
-        if (!server.enabled)
-            dropClient(key);
-        else if (key == activeKey && linkedWith.value(key) != linkData(key))
-            connectTo(key);
-    }
-    emit enabledChanged(isModeEnabled());
-}
-
-QString M17ModePage::linkData(const QString& key) const
-{
-    const Server server = servers.value(key);
-    return QStringLiteral("%1|%2|%3|%4")
-        .arg(server.host)
-        .arg(server.port)
-        .arg(server.module, zl::resolveIdentity(kModeKey).callsign);
-}
-
-QString M17ModePage::rowName(const QString& key) const
-{
-    const QString name = servers.value(key).name;
-    return name.isEmpty() ? key : name;
+    return QStringLiteral("%1|%2|%3|%4").arg(server.host).arg(server.port).arg(moduleOf(server.values), ownCallsign());
 }
 
 M17Client* M17ModePage::clientFor(const QString& key)
@@ -225,14 +128,14 @@ M17Client* M17ModePage::clientFor(const QString& key)
     connect(client, &M17Client::stateChanged, this,
             [this, key](M17Client::State state) { onClientState(key, int(state)); });
     connect(client, &M17Client::rejected, this, [this, key](const QString& reason) {
-        if (M17ReflectorRow* row = rows.value(key))
+        if (ReflectorRow* row = rows.value(key))
             row->setStatus(row->statusColour(), reason);
     });
     connect(client, &M17Client::reconnectCountdown, this, [this, key](int remainingMs) {
         if (key != activeKey)
             return;
         const QString text = zl::ReconnectBackoff::countdownText(remainingMs);
-        if (M17ReflectorRow* row = rows.value(key))
+        if (ReflectorRow* row = rows.value(key))
             row->setStatus(QLatin1String(kBetween), text);
         emit statusTextChanged(QStringLiteral("%1: %2").arg(rowName(key), text));
     });
@@ -264,17 +167,17 @@ void M17ModePage::disconnectActive()
     if (M17Client* client = clients.value(key))
         client->disconnectFromReflector();
     linkedWith.remove(key);
-    if (M17ReflectorRow* row = rows.value(key)) {
+    if (ReflectorRow* row = rows.value(key)) {
         row->setActive(false);
         row->setStatus(QLatin1String(kIdle), QString());
     }
     emit connectedChanged(false);
-    emit statusTextChanged(QStringLiteral("idle"));
+    emit statusTextChanged(statusWords());
 }
 
 void M17ModePage::connectTo(const QString& key)
 {
-    M17ReflectorRow* row = rows.value(key);
+    ReflectorRow* row = rows.value(key);
     if (!row || !servers.value(key).enabled)
         return;
     if (!activeKey.isEmpty())
@@ -283,23 +186,23 @@ void M17ModePage::connectTo(const QString& key)
     haveStream = false;
     row->setActive(true);
     row->setStatus(QLatin1String(kBetween), QString());
-    zl::audio::AudioMixer::instance().applyChains(kModeKey, key);
-    storeRow(QString(), "active", key);
+    zl::audio::AudioMixer::instance().applyChains(modeKey(), key);
+    storeRow(QString(), QStringLiteral("active"), key);
 
     const Server server = servers.value(key);
-    const QChar letter = server.module.isEmpty() ? QLatin1Char('A') : server.module.at(0);
-    const char module = letter.unicode() > 255 ? char(0) : char(letter.unicode());
-    QString callsign = zl::resolveIdentity(kModeKey).callsign;
+    const QString module = moduleOf(server.values);
+    const char letter = module.at(0).unicode() > 255 ? char(0) : char(module.at(0).unicode());
+    QString callsign = ownCallsign();
     if (callsign.isEmpty())
         callsign = QStringLiteral("N0CALL");
-    qInfo() << "M17: connecting to" << server.host << server.port << server.module << "as" << callsign;
-    linkedWith.insert(key, linkData(key));
-    if (!clientFor(key)->linkTo(server.host, server.port, callsign, module))
+    qInfo() << "M17: connecting to" << server.host << server.port << module << "as" << callsign;
+    linkedWith.insert(key, linkData(server));
+    if (!clientFor(key)->linkTo(server.host, server.port, callsign, letter))
         row->setStatus(QLatin1String(kFailed), row->toolTip());
     emit statusTextChanged(rowName(key));
 }
 
-void M17ModePage::onRowClicked(const QString& key)
+void M17ModePage::rowClicked(const QString& key)
 {
     if (key == activeKey)
         disconnectActive();
@@ -307,15 +210,24 @@ void M17ModePage::onRowClicked(const QString& key)
         connectTo(key);
 }
 
-void M17ModePage::onRowToggled(const QString& key, bool on)
+void M17ModePage::rowEnabled(const QString& key)
 {
-    storeRow(key, "enabled", on);
-    servers[key].enabled = on;
-    if (!on)
-        dropClient(key);
-    else if (started && activeKey.isEmpty())
+    if (activeKey.isEmpty())
         connectTo(key);
-    emit enabledChanged(isModeEnabled());
+}
+
+void M17ModePage::relink(const QString& key)
+{
+    if (key == activeKey)
+        connectTo(key);
+}
+
+QString M17ModePage::statusWords() const
+{
+    if (activeKey.isEmpty())
+        return QStringLiteral("idle");
+    return isModeConnected() ? QStringLiteral("linked to %1").arg(rowName(activeKey))
+                             : QStringLiteral("linking to %1").arg(rowName(activeKey));
 }
 
 void M17ModePage::onClientState(const QString& key, int state)
@@ -324,11 +236,10 @@ void M17ModePage::onClientState(const QString& key, int state)
             << "(0=NotLinked 1=Linking 2=Linked 3=Unlinking 4=Rejected 5=Failed 6=Reconnecting)";
     if (key != activeKey)
         return;
-    if (M17ReflectorRow* row = rows.value(key))
+    if (ReflectorRow* row = rows.value(key))
         row->setStatus(colourOf(M17Client::State(state)), row->toolTip());
     emit connectedChanged(isModeConnected());
-    emit statusTextChanged(isModeConnected() ? QStringLiteral("linked to %1").arg(rowName(key))
-                                             : QStringLiteral("linking to %1").arg(rowName(key)));
+    emit statusTextChanged(statusWords());
 }
 
 void M17ModePage::onTalker(const QString& source, quint16 streamId)
@@ -338,23 +249,5 @@ void M17ModePage::onTalker(const QString& source, quint16 streamId)
         return;
     haveStream = true;
     lastStreamId = streamId;
-    emit lastHeardLine(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), source, QString(),
-                       QStringLiteral("M17"), rowName(activeKey), QString(), QString(), QString());
-}
-
-void M17ModePage::storeRow(const QString& key, const char* field, const QJsonValue& value)
-{
-    zl::Config& config = zl::Config::instance();
-    QJsonObject section = config.section(kModeKey);
-    if (key.isEmpty()) {
-        section.insert(QLatin1String(field), value);
-    } else {
-        QJsonObject all = section.value(QStringLiteral("servers")).toObject();
-        QJsonObject row = all.value(key).toObject();
-        row.insert(QLatin1String(field), value);
-        all.insert(key, row);
-        section.insert(QStringLiteral("servers"), all);
-    }
-    config.setSectionSilent(kModeKey, section);
-    config.save();
+    talkerHeard(source);
 }

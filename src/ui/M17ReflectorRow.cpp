@@ -8,27 +8,12 @@ namespace zl::ui {
 M17ReflectorRow::M17ReflectorRow(const QString& key, QWidget* parent) : ReflectorRow(key, parent)
 {
     setObjectName(QStringLiteral("m17Row_") + key);
-    moduleEdit = addText(QStringLiteral("module"), QString(), QStringLiteral("Module of the reflector, one letter"));
-    moduleEdit->setMaxLength(1);
-    moduleEdit->setMaximumWidth(32);
-    moduleEdit->setValidator(new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[A-Za-z]")), this));
-    connect(this, &ReflectorRow::fieldChanged, this, [this](const QString& rowKey, const QString& field) {
-        if (field != QLatin1String("module"))
-            return;
-        moduleEdit->setText(module());
-        emit moduleChanged(rowKey, module());
-    });
-}
-
-void M17ReflectorRow::show(const QString& name, const QString& address, bool enabled, const QString& shownModule)
-{
-    ReflectorRow::show(name, address, enabled, QJsonObject{{QStringLiteral("module"), shownModule.toUpper()}});
-}
-
-QString M17ReflectorRow::module() const
-{
-    const QString text = moduleEdit->text().trimmed().toUpper();
-    return text.isEmpty() ? QStringLiteral("A") : text.left(1);
+    QLineEdit* module =
+        addText(QStringLiteral("module"), QString(), QStringLiteral("Module of the reflector, one letter"));
+    module->setMaxLength(1);
+    module->setMaximumWidth(32);
+    module->setValidator(new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[A-Za-z]")), this));
+    connect(module, &QLineEdit::textEdited, module, [module](const QString& text) { module->setText(text.toUpper()); });
 }
 
 } // namespace zl::ui

@@ -17,7 +17,7 @@ quint16 tgOf(const QJsonObject& values)
 
 } // namespace
 
-NxdnModePage::NxdnModePage(QWidget* parent) : ReflectorModePage(QStringLiteral("NXDN"), parent)
+NxdnModePage::NxdnModePage(QWidget* parent) : PolledReflectorPage(QStringLiteral("NXDN"), parent)
 {
     voice = new zl::nxdn::NxdnVoice(nullptr, this);
     connect(voice, &zl::nxdn::NxdnVoice::frameReady, this, [this](const QByteArray& frame) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/ReflectorModePage.h"
+#include "ui/PolledReflectorPage.h"
 
 namespace zl::nxdn {
 class NxdnVoice;
@@ -8,7 +8,7 @@ class NxdnVoice;
 
 // The NXDN page: every enabled reflector linked on its talkgroup, the active one heard and
 // talked to.
-class NxdnModePage : public ReflectorModePage {
+class NxdnModePage : public PolledReflectorPage {
     Q_OBJECT
 
 public:

@@ -7,7 +7,7 @@
 
 #include <QDebug>
 
-YsfModePage::YsfModePage(QWidget* parent) : ReflectorModePage(QStringLiteral("YSF"), parent)
+YsfModePage::YsfModePage(QWidget* parent) : PolledReflectorPage(QStringLiteral("YSF"), parent)
 {
     voice = new zl::ysf::YsfVoice(nullptr, this);
     connect(voice, &zl::ysf::YsfVoice::frameReady, this, [this](const QByteArray& frame) {

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "ui/ReflectorModePage.h"
+#include "ui/PolledReflectorPage.h"
 
 namespace zl::ysf {
 class YsfVoice;
 }
 
 // The YSF page: every enabled reflector linked, the active one heard and talked to.
-class YsfModePage : public ReflectorModePage {
+class YsfModePage : public PolledReflectorPage {
     Q_OBJECT
 
 public:
