@@ -4,11 +4,9 @@
 #include "YsfFrame.h"
 #include "YsfPayload.h"
 #include "YsfVoiceField.h"
-#include "hw/Dv3000.h"
 
 #include <QDateTime>
 #include <QDebug>
-#include <QTimer>
 
 namespace zl::ysf {
 
@@ -18,19 +16,8 @@ constexpr qint64 kRxHoldoffMs = 1000;
 } // namespace
 
 YsfVoice::YsfVoice(zl::hw::Dv3000Pool* pool, QObject* parent)
-    : QObject(parent), rxChip(pool), rxIdleTimer(new QTimer(this)), txChip(pool),
-      clock([] { return QDateTime::currentMSecsSinceEpoch(); })
+    : AmbeVoicePath(QStringLiteral("YsfVoice"), pool, parent), clock([] { return QDateTime::currentMSecsSinceEpoch(); })
 {
-    rxIdleTimer->setSingleShot(true);
-    rxIdleTimer->setInterval(1500);
-    connect(rxIdleTimer, &QTimer::timeout, this, &YsfVoice::onRxIdle);
-}
-
-YsfVoice::~YsfVoice() = default;
-
-void YsfVoice::setRxIdleInterval(int ms)
-{
-    rxIdleTimer->setInterval(ms);
 }
 
 void YsfVoice::setIdentity(const QString& gw, const QString& src, const QString& dst, int dg)
@@ -43,31 +30,19 @@ void YsfVoice::setIdentity(const QString& gw, const QString& src, const QString&
 
 void YsfVoice::startTx()
 {
-    if (txActive)
+    if (isTransmitting())
         return;
-    txActive = true;
     frameCounter = 0;
     frameNumber = 0;
     ambeBlock.clear();
-    txChip.dropSpeech();
-    if (txChip.acquire(QStringLiteral("YsfVoice: TX chip")))
-        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &YsfVoice::onTxAmbe);
+    beginTx();
     qInfo() << "YsfVoice: TX start as" << source << "-> " << destination << "DG-ID" << dgId;
     sendPayload(0);
 }
 
-void YsfVoice::pushMicPcm(const QByteArray& pcm)
-{
-    if (!txActive)
-        return;
-    if (txChip.moveIfFailed(QStringLiteral("YsfVoice: TX chip")))
-        connect(txChip.chip(), &zl::hw::Dv3000::ambeFrameReady, this, &YsfVoice::onTxAmbe);
-    txChip.pushSpeech(pcm);
-}
-
 void YsfVoice::onTxAmbe(const QByteArray& frame)
 {
-    if (!txActive || frame.size() < 9)
+    if (!isTransmitting() || frame.size() < 9)
         return;
     ambeBlock.append(chipFrameToVoiceField(frame));
     if (ambeBlock.size() < kVoiceFieldsPerFrame)
@@ -79,13 +54,10 @@ void YsfVoice::onTxAmbe(const QByteArray& frame)
 
 void YsfVoice::stopTx()
 {
-    if (!txActive)
+    if (!isTransmitting())
         return;
     sendPayload(2);
-    if (txChip.chip())
-        disconnect(txChip.chip(), nullptr, this, nullptr);
-    txChip.release();
-    txActive = false;
+    endTx();
     // Frames that don't fill a block are dropped.
     ambeBlock.clear();
     rxHoldoffUntil = clock() + kRxHoldoffMs;
@@ -100,12 +72,12 @@ void YsfVoice::sendPayload(int fi, const QList<QByteArray>& block)
 
 void YsfVoice::onNetworkFrame(const QByteArray& ysfd155)
 {
-    if (txActive || clock() < rxHoldoffUntil)
+    if (isTransmitting() || clock() < rxHoldoffUntil)
         return;
     Ysfd frame;
     if (!parseYsfd(ysfd155, frame))
         return;
-    rxIdleTimer->start();
+    heard();
     const std::optional<Fich> fich = decodeFich(frame.payload.mid(kFichOffset, kFichFieldSize));
     if (!fich)
         return;
@@ -114,41 +86,22 @@ void YsfVoice::onNetworkFrame(const QByteArray& ysfd155)
 
     if (fich->fi == 0) {
         rxSource = frame.source;
-        if (!rxTalking) {
-            rxTalking = true;
+        if (beginTalk())
             emit talkerStart(rxSource);
-        }
         return;
     }
     if (fich->fi == 2) {
-        if (rxTalking) {
-            rxTalking = false;
-            emit talkerStop();
-        }
+        endTalk();
         return;
     }
     if (fich->fi != 1 || fich->dt != 2)
         return;
-    if (!rxTalking) {
+    if (beginTalk()) {
         rxSource = frame.source;
-        rxTalking = true;
         emit talkerStart(rxSource);
     }
-    if (rxChip.acquire(QStringLiteral("YsfVoice: RX chip")) || rxChip.moveIfFailed(QStringLiteral("YsfVoice: RX chip")))
-        connect(rxChip.chip(), &zl::hw::Dv3000::pcmFrameReady, this, &YsfVoice::pcmReady);
     for (int i = 0; i < kVoiceFieldsPerFrame; ++i)
-        rxChip.postChannel(voiceFieldToChipFrame(frame.payload.mid(voiceFieldOffset(i), kVoiceFieldSize)));
-}
-
-void YsfVoice::onRxIdle()
-{
-    if (rxTalking) {
-        rxTalking = false;
-        emit talkerStop();
-    }
-    if (rxChip.chip())
-        disconnect(rxChip.chip(), nullptr, this, nullptr);
-    rxChip.release();
+        decode(voiceFieldToChipFrame(frame.payload.mid(voiceFieldOffset(i), kVoiceFieldSize)));
 }
 
 } // namespace zl::ysf
