@@ -280,6 +280,11 @@ quint32 dmrId(const Peer& peer)
     return parseU32(idParts(peer).dmrId);
 }
 
+QString peerCallsign(const Peer& peer)
+{
+    return idParts(peer).callsign;
+}
+
 quint32 peerId(const Peer& peer)
 {
     const IdParts parts = idParts(peer);

@@ -96,6 +96,8 @@ DmrPeerClient::Profile profileFor(const Peer& peer);
 // dmrId x 100 + essid, the ID of every Homebrew packet; 0 when the DMR-ID is unusable.
 quint32 peerId(const Peer& peer);
 quint32 dmrId(const Peer& peer);
+// The callsign the peer transmits with: its override, else that of its identity.
+QString peerCallsign(const Peer& peer);
 
 QString resolveApiKey(const Peer& peer);
 TgifCredentials tgifCredentials(const Peer& peer);

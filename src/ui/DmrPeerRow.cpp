@@ -1,7 +1,6 @@
 #include "ui/DmrPeerRow.h"
 
 #include "app/Config.h"
-#include "app/Identity.h"
 #include "ui/BaseModePage.h"
 #include "ui/StyleSheet.h"
 
@@ -131,14 +130,7 @@ void DmrPeerRow::showPeer()
     name->setText(peer.label);
     network->setText(peer.network);
     onBox->setChecked(peer.auto_connect);
-    QString callsign = peer.callsign_override;
-    if (callsign.isEmpty() && !peer.identity_label.isEmpty()) {
-        for (const Identity& identity : identities(QStringLiteral("dmr"))) {
-            if (identity.label == peer.identity_label)
-                callsign = identity.callsign;
-        }
-    }
-    call->setText(callsign);
+    call->setText(zl::dmr::peerCallsign(peer));
     if (!tgSpin->hasFocus())
         tgSpin->setValue(int(peer.active_tg));
     callType->setChecked(peer.private_call);

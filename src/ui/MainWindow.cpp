@@ -82,20 +82,6 @@ std::optional<zl::dmr::Peer> findPeer(const QString& label)
     return std::nullopt;
 }
 
-// The callsign a peer transmits with: its override, else that of its identity.
-QString peerCallsign(const zl::dmr::Peer& peer)
-{
-    if (!peer.callsign_override.isEmpty())
-        return peer.callsign_override;
-    if (peer.identity_label.isEmpty())
-        return {};
-    for (const zl::Identity& identity : zl::identities(QStringLiteral("dmr"))) {
-        if (identity.label == peer.identity_label)
-            return identity.callsign;
-    }
-    return {};
-}
-
 QString statusDotStyle(const char* colour)
 {
     return QStringLiteral("color:%1; font-size:14px;").arg(QLatin1String(colour));
@@ -711,7 +697,7 @@ void MainWindow::updateTxLabel()
                 const int slot = pttActive ? txSlot : (peer->priority_slot != 0 ? peer->priority_slot : 2);
                 details += QStringLiteral(" TS%1").arg(slot);
             }
-            call = peerCallsign(*peer);
+            call = zl::dmr::peerCallsign(*peer);
         }
     }
     const QString head = call.isEmpty() ? mode : call + QLatin1Char(' ') + mode;
@@ -890,7 +876,7 @@ void MainWindow::openTxRow()
     if (txMode == QLatin1String("DMR")) {
         if (const std::optional<zl::dmr::Peer> peer = findPeer(txPeerLabel)) {
             server = peer->network;
-            call = peerCallsign(*peer);
+            call = zl::dmr::peerCallsign(*peer);
             if (peer->active_tg != 0)
                 target = QStringLiteral("%1 %2 TS%3")
                              .arg(peer->private_call ? QStringLiteral("PC") : QStringLiteral("TG"))
