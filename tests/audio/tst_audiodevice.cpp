@@ -13,10 +13,7 @@ class TestAudioDevice : public QObject {
     QByteArray savedPath;
 
 private slots:
-    void initTestCase()
-    {
-        savedPath = qgetenv("PATH");
-    }
+    void initTestCase() { savedPath = qgetenv("PATH"); }
 
     void cleanupTestCase() { qputenv("PATH", savedPath); }
 
@@ -28,15 +25,22 @@ private slots:
         QTest::addColumn<bool>("ok");
         QTest::addColumn<QString>("args");
         const QByteArray record = "echo \"$@\" > '" + bin.filePath("args").toLocal8Bit() + "'\n";
-        QTest::newRow("success") << record + "exit 0\n" << "alsa_card.pci-0000_00_1f.3" << "output:hdmi-stereo" << true
+        QTest::newRow("success") << record + "exit 0\n"
+                                 << "alsa_card.pci-0000_00_1f.3"
+                                 << "output:hdmi-stereo" << true
                                  << "set-card-profile alsa_card.pci-0000_00_1f.3 output:hdmi-stereo";
-        QTest::newRow("failure") << record + "exit 1\n" << "card" << "profile" << false
-                                 << "set-card-profile card profile";
-        QTest::newRow("no card") << record << "" << "output:analog-stereo" << false << "";
-        QTest::newRow("no profile") << record << "alsa_card.usb" << "" << false << "";
-        QTest::newRow("no pactl") << QByteArray() << "card" << "profile" << false << "";
+        QTest::newRow("failure") << record + "exit 1\n"
+                                 << "card"
+                                 << "profile" << false << "set-card-profile card profile";
+        QTest::newRow("no card") << record << ""
+                                 << "output:analog-stereo" << false << "";
+        QTest::newRow("no profile") << record << "alsa_card.usb"
+                                    << "" << false << "";
+        QTest::newRow("no pactl") << QByteArray() << "card"
+                                  << "profile" << false << "";
         // Killed long before its 30 s.
-        QTest::newRow("hangs") << QByteArray("exec sleep 30\n") << "card" << "profile" << false << "";
+        QTest::newRow("hangs") << QByteArray("exec sleep 30\n") << "card"
+                               << "profile" << false << "";
     }
 
     void restoreCardProfile()

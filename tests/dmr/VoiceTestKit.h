@@ -6,6 +6,7 @@
 #include "LogCapture.h"
 #include "app/ThreadHandOff.h"
 #include "dmr/AmbeBurst.h"
+#include "dmr/DmrPeerClient.h"
 
 #include <QMetaObject>
 #include <QtEndian>
@@ -55,6 +56,21 @@ inline QByteArray dmrd(quint8 seq, quint32 src, quint32 dst, quint8 flags, quint
     d.append(2, '\0');
     d.resize(size);
     return d;
+}
+
+// A client profile for a loopback master.
+inline zl::dmr::DmrPeerClient::Profile profile(const QString& label, quint16 port, quint32 peerId,
+                                               const QString& password)
+{
+    zl::dmr::DmrPeerClient::Profile p;
+    p.label = label;
+    p.networkName = label;
+    p.host = QStringLiteral("127.0.0.1");
+    p.port = port;
+    p.peerId = peerId;
+    p.callsign = QStringLiteral("XX0ABC");
+    p.password = password;
+    return p;
 }
 
 // A voice burst whose three frames the simulated chip decodes to a sine of this level and pitch.

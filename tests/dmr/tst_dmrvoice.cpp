@@ -11,8 +11,6 @@
 
 #include <QDateTime>
 #include <QElapsedTimer>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTimer>
 
@@ -47,16 +45,7 @@ struct Peers {
 
     void setUp(DmrPeerClient& client, const QString& label, quint32 id, const QString& password)
     {
-        DmrPeerClient::Profile p;
-        p.label = label;
-        p.networkName = "Net" + label;
-        p.host = "127.0.0.1";
-        p.port = master.port();
-        p.peerId = id;
-        p.callsign = "XX0ABC";
-        p.password = password;
-        p.rxJitterMs = 120;
-        client.setProfile(p);
+        client.setProfile(kit::profile(label, master.port(), id, password));
         client.setPcmSinkForTests([this](const QString& mode, const QByteArray& pcm, const QString& peer) {
             pushed.append({mode, pcm, peer});
         });
@@ -226,47 +215,6 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 2, 5000);
     }
 
-    // Chips come and go, peer A stops and starts, transmissions through it start and stop,
-    // all while the master plays a call to each peer. Nothing may crash or race (the
-    // ThreadSanitizer run has this suite); at the end every lease is back.
-    void rescansRestartsAndTransmissionsWhileTwoStreamsDecode()
-    {
-        Peers peers;
-        QVERIFY(peers.login());
-        zl::Config& config = zl::Config::instance();
-        const QJsonObject hardware = config.section("hardware");
-        SimulatedAmbeChip spare;
-        const QJsonObject withSpare = kit::ChipFarm::withServer(hardware, spare.listenUdp());
-        const QByteArray burst = kit::toneBurst(8000, 1000);
-        for (int round = 0; round < 12; ++round) {
-            for (quint8 i = 0; i < 6; ++i) {
-                const quint8 flags = quint8(0x80 | (i == 0 ? 0x10 : 0) | i);
-                peers.master.sendToPeer(kPeerA,
-                                        kit::dmrd(i, kSrc + 1, kTg, flags, 0x61000000u + quint32(round), burst));
-                peers.master.sendToPeer(kPeerB,
-                                        kit::dmrd(i, kSrc + 2, kTg, flags, 0x62000000u + quint32(round), burst));
-            }
-            DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
-            zl::postTo(encoder, [encoder] { encoder->startStream(2, kSrc, kTg, false); });
-            feed(encoder, tones({1000}, 5));
-            config.setSection("hardware", round % 2 ? withSpare : hardware);
-            kit::ChipFarm::pool()->rescan();
-            if (round % 3 == 1)
-                peers.a.stop();
-            else if (round % 3 == 2)
-                peers.a.start();
-            QTest::qWait(30);
-            zl::postTo(encoder, [encoder] {
-                encoder->stopStream();
-                delete encoder;
-            });
-        }
-        config.setSection("hardware", hardware);
-        kit::ChipFarm::pool()->rescan();
-        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->leasedCount(), 0, 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 2, 5000);
-    }
-
     // A voice LC header, a terminator and frames under 47 bytes start nothing; 47 to 52 bytes start the
     // stream with a chip but hold no whole burst to decode; a stream that just stops ends after 1 s idle.
     void shortFramesAndIdleEnd()
@@ -393,52 +341,26 @@ private slots:
         kit::deleteOnWorker(decoder);
     }
 
+    // A second without audio in the middle of a stream: every burst sent still carries speech, 45
+    // frames make 15 bursts and nothing is filled in.
     void pauseInTheMicrophoneMakesGapsNotSilence()
     {
-        LogCapture log;
         Peers peers;
         QVERIFY(peers.login());
         DmrVoiceEncoder* encoder = encoderOnWorker(&peers.a);
         kit::onWorker(encoder, [&] { encoder->startStream(2, kSrc, kTg, false); });
-        {
-            Microphone mic(encoder, tones({600}, 30));
+        for (int frames : {30, 15}) {
+            Microphone mic(encoder, tones({600}, frames));
             QTRY_VERIFY_WITH_TIMEOUT(mic.done(), 5000);
+            QTest::qWait(frames == 30 ? 1400 : 500);
         }
-        int skipBefore = 0;
-        int emptyBefore = 0;
-        QTest::qWait(400); // the queue runs dry
-        kit::onWorker(encoder, [&] {
-            skipBefore = encoder->paceSkipCount();
-            emptyBefore = encoder->burstEmptyCount();
-        });
-        QTest::qWait(1000);
-        int skipAfter = 0;
-        int emptyAfter = 0;
-        kit::onWorker(encoder, [&] {
-            skipAfter = encoder->paceSkipCount();
-            emptyAfter = encoder->burstEmptyCount();
-        });
-        // One second without audio: about 50 speech ticks and 16 burst ticks find nothing.
-        QVERIFY2(skipAfter - skipBefore >= 40, qPrintable(QString::number(skipAfter - skipBefore)));
-        QVERIFY2(emptyAfter - emptyBefore >= 12, qPrintable(QString::number(emptyAfter - emptyBefore)));
-        {
-            Microphone mic(encoder, tones({600}, 15));
-            QTRY_VERIFY_WITH_TIMEOUT(mic.done(), 5000);
-        }
-        QTest::qWait(500);
         kit::onWorker(encoder, [&] { encoder->stopStream(); });
-
-        // Every burst sent carries speech: 45 frames made 15 bursts and nothing was filled in.
         QList<QByteArray> sent;
         QTRY_VERIFY((sent = peers.sentByA()).size() >= 2 && flagsOf(sent.last()) == kTerminatorSlot2);
         const QList<QByteArray> voice = sent.mid(1, sent.size() - 2);
         QCOMPARE(voice.size(), 15);
         for (const QByteArray& frame : voice)
             QCOMPARE(kit::burstPitches(frame.mid(20, 33)), (QList<int>{600, 600, 600}));
-        const QStringList diag = log.matching("DMR-TX diag: dur=");
-        QCOMPARE(diag.size(), 1);
-        QVERIFY2(diag.first().contains("paceSent=45 ") && diag.first().contains("burstSent=15 "),
-                 qPrintable(diag.first()));
         kit::deleteOnWorker(encoder);
     }
 

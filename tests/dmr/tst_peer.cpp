@@ -126,13 +126,27 @@ private slots:
         QTest::addColumn<QString>("dmrid");
         QTest::addColumn<QString>("essid");
         QTest::addColumn<uint>("peer");
-        QTest::newRow("identity") << "Home" << "" << "" << 240000007u;
-        QTest::newRow("essid override") << "Home" << "" << "12" << 240000012u;
-        QTest::newRow("plain id") << "" << "2400000" << "" << 240000000u;
-        QTest::newRow("bad essid") << "" << "2400000" << "x" << 240000000u;
-        QTest::newRow("bad id") << "" << "abc" << "" << 0u;
-        QTest::newRow("too long") << "" << "99999999999" << "" << 0u;
-        QTest::newRow("x100 wraps") << "" << "4294967295" << "" << uint(4294967295u * 100u);
+        QTest::newRow("identity") << "Home"
+                                  << ""
+                                  << "" << 240000007u;
+        QTest::newRow("essid override") << "Home"
+                                        << ""
+                                        << "12" << 240000012u;
+        QTest::newRow("plain id") << ""
+                                  << "2400000"
+                                  << "" << 240000000u;
+        QTest::newRow("bad essid") << ""
+                                   << "2400000"
+                                   << "x" << 240000000u;
+        QTest::newRow("bad id") << ""
+                                << "abc"
+                                << "" << 0u;
+        QTest::newRow("too long") << ""
+                                  << "99999999999"
+                                  << "" << 0u;
+        QTest::newRow("x100 wraps") << ""
+                                    << "4294967295"
+                                    << "" << uint(4294967295u * 100u);
     }
 
     void peerIdFromOverridesAndIdentity()
@@ -155,13 +169,20 @@ private slots:
         QTest::addColumn<QString>("server");
         QTest::addColumn<QString>("host");
         QTest::addColumn<int>("port");
-        QTest::newRow("host:port") << "example.org:55555" << "example.org" << 55555;
-        QTest::newRow("port 0") << "example:0" << "example" << 62031;
-        QTest::newRow("no port") << "example" << "example" << 62031;
-        QTest::newRow("bad port") << "example:x" << "example" << 62031;
-        QTest::newRow("too big") << "example:70000" << "example" << 62031;
-        QTest::newRow("ipv6") << "[::1]:62031" << "[::1]" << 62031;
-        QTest::newRow("leading colon") << ":5000" << ":5000" << 62031;
+        QTest::newRow("host:port") << "example.org:55555"
+                                   << "example.org" << 55555;
+        QTest::newRow("port 0") << "example:0"
+                                << "example" << 62031;
+        QTest::newRow("no port") << "example"
+                                 << "example" << 62031;
+        QTest::newRow("bad port") << "example:x"
+                                  << "example" << 62031;
+        QTest::newRow("too big") << "example:70000"
+                                 << "example" << 62031;
+        QTest::newRow("ipv6") << "[::1]:62031"
+                              << "[::1]" << 62031;
+        QTest::newRow("leading colon") << ":5000"
+                                       << ":5000" << 62031;
     }
 
     void profileServerSplit()
@@ -204,12 +225,18 @@ private slots:
         QTest::addColumn<bool>("apiKey");
         QTest::addColumn<bool>("usePassword");
         QTest::addColumn<QString>("sent");
-        QTest::newRow("default") << "brandmeister" << "" << false << true << "hunter99";
-        QTest::newRow("own") << "brandmeister" << "pw" << false << true << "pw";
-        QTest::newRow("api key only") << "brandmeister" << "pw" << true << false << "bmkey";
-        QTest::newRow("password first") << "brandmeister" << "pw" << true << true << "pw";
-        QTest::newRow("key when empty") << "brandmeister" << "" << true << true << "bmkey";
-        QTest::newRow("other network") << "Other" << "" << true << true << "hunter99";
+        QTest::newRow("default") << "brandmeister"
+                                 << "" << false << true << "hunter99";
+        QTest::newRow("own") << "brandmeister"
+                             << "pw" << false << true << "pw";
+        QTest::newRow("api key only") << "brandmeister"
+                                      << "pw" << true << false << "bmkey";
+        QTest::newRow("password first") << "brandmeister"
+                                        << "pw" << true << true << "pw";
+        QTest::newRow("key when empty") << "brandmeister"
+                                        << "" << true << true << "bmkey";
+        QTest::newRow("other network") << "Other"
+                                       << "" << true << true << "hunter99";
     }
 
     void passwordChoice()
@@ -232,13 +259,27 @@ private slots:
         QTest::addColumn<QString>("ref");
         QTest::addColumn<QString>("network");
         QTest::addColumn<QString>("key");
-        QTest::newRow("peer") << "peer" << "" << "own";
-        QTest::newRow("bm") << "bm:main" << "" << "bm-main";
-        QTest::newRow("tgif") << "tgif:main" << "" << "tgif-main";
-        QTest::newRow("unknown kind") << "anything:main" << "" << "bm-main";
-        QTest::newRow("missing, tgif") << "tgif:missing" << "tgif" << "old-tgif";
-        QTest::newRow("missing, bm") << "tgif:missing" << "Brandmeister" << "old-bm";
-        QTest::newRow("missing, other") << "tgif:missing" << "FreeDMR" << "own";
+        QTest::newRow("peer") << "peer"
+                              << ""
+                              << "own";
+        QTest::newRow("bm") << "bm:main"
+                            << ""
+                            << "bm-main";
+        QTest::newRow("tgif") << "tgif:main"
+                              << ""
+                              << "tgif-main";
+        QTest::newRow("unknown kind") << "anything:main"
+                                      << ""
+                                      << "bm-main";
+        QTest::newRow("missing, tgif") << "tgif:missing"
+                                       << "tgif"
+                                       << "old-tgif";
+        QTest::newRow("missing, bm") << "tgif:missing"
+                                     << "Brandmeister"
+                                     << "old-bm";
+        QTest::newRow("missing, other") << "tgif:missing"
+                                        << "FreeDMR"
+                                        << "own";
     }
 
     void apiKeyResolution()

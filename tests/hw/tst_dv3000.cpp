@@ -105,30 +105,19 @@ private slots:
         QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
         const QByteArray pkt = speechPacket();
 
-        // One packet over two reads.
-        r.chip.sendRaw(pkt.left(100));
-        QVERIFY(!pcm.wait(20));
-        r.chip.sendRaw(pkt.mid(100));
-        QTRY_COMPARE(pcm.count(), 1);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Two packets in one read.
-        r.chip.sendRaw(pkt + pkt);
-        QTRY_COMPARE(pcm.count(), 2);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Garbage ahead of a packet is skipped byte by byte.
-        r.chip.sendRaw(QByteArray::fromHex("00ff1337a5") + pkt);
-        QTRY_COMPARE(pcm.count(), 1);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Only the low nibble of byte 1 belongs to LEN; the packet behind it is still found.
-        r.chip.sendRaw(speechPacket(char(0xF1)) + pkt);
-        QTRY_COMPARE(pcm.count(), 2);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
+        const QList<std::pair<QList<QByteArray>, int>> cases = {
+            {{pkt.left(100), pkt.mid(100)}, 1},             // one packet over two reads
+            {{pkt + pkt}, 2},                               // two packets in one read
+            {{QByteArray::fromHex("00ff1337a5") + pkt}, 1}, // garbage skipped byte by byte
+            {{speechPacket(char(0xF1)) + pkt}, 2},          // only the low nibble of byte 1 is LEN
+        };
+        for (const auto& [chunks, count] : cases) {
+            for (const QByteArray& chunk : chunks)
+                r.chip.sendRaw(chunk);
+            QTRY_COMPARE(pcm.count(), count);
+            while (!pcm.isEmpty())
+                checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
+        }
         // A channel packet gives its frame bytes.
         QSignalSpy ambe(&r.dv, &Dv3000::ambeFrameReady);
         r.chip.sendRaw(QByteArray::fromHex("61000b010148b9e881526173002a6b"));
