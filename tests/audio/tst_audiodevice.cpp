@@ -20,34 +20,26 @@ private slots:
     void restoreCardProfile_data()
     {
         QTest::addColumn<QByteArray>("script"); // empty: no pactl at all
-        QTest::addColumn<QString>("card");
-        QTest::addColumn<QString>("profile");
+        QTest::addColumn<QStringList>("cardProfile");
         QTest::addColumn<bool>("ok");
         QTest::addColumn<QString>("args");
         const QByteArray record = "echo \"$@\" > '" + bin.filePath("args").toLocal8Bit() + "'\n";
         QTest::newRow("success") << record + "exit 0\n"
-                                 << "alsa_card.pci-0000_00_1f.3"
-                                 << "output:hdmi-stereo" << true
+                                 << QStringList{"alsa_card.pci-0000_00_1f.3", "output:hdmi-stereo"} << true
                                  << "set-card-profile alsa_card.pci-0000_00_1f.3 output:hdmi-stereo";
         QTest::newRow("failure") << record + "exit 1\n"
-                                 << "card"
-                                 << "profile" << false << "set-card-profile card profile";
-        QTest::newRow("no card") << record << ""
-                                 << "output:analog-stereo" << false << "";
-        QTest::newRow("no profile") << record << "alsa_card.usb"
-                                    << "" << false << "";
-        QTest::newRow("no pactl") << QByteArray() << "card"
-                                  << "profile" << false << "";
+                                 << QStringList{"card", "profile"} << false << "set-card-profile card profile";
+        QTest::newRow("no card") << record << QStringList{"", "output:analog-stereo"} << false << "";
+        QTest::newRow("no profile") << record << QStringList{"alsa_card.usb", ""} << false << "";
+        QTest::newRow("no pactl") << QByteArray() << QStringList{"card", "profile"} << false << "";
         // Killed long before its 30 s.
-        QTest::newRow("hangs") << QByteArray("exec sleep 30\n") << "card"
-                               << "profile" << false << "";
+        QTest::newRow("hangs") << QByteArray("exec sleep 30\n") << QStringList{"card", "profile"} << false << "";
     }
 
     void restoreCardProfile()
     {
         QFETCH(QByteArray, script);
-        QFETCH(QString, card);
-        QFETCH(QString, profile);
+        QFETCH(QStringList, cardProfile);
         QFile pactl(bin.filePath("pactl"));
         QFile::remove(bin.filePath("args"));
         pactl.remove();
@@ -60,7 +52,7 @@ private slots:
         }
         QElapsedTimer timer;
         timer.start();
-        QTEST(zl::AudioDevice::restoreCardProfile(card, profile), "ok");
+        QTEST(zl::AudioDevice::restoreCardProfile(cardProfile.at(0), cardProfile.at(1)), "ok");
         QVERIFY(timer.elapsed() < 10000);
         QFile args(bin.filePath("args"));
         QTEST(args.open(QIODevice::ReadOnly) ? QString::fromUtf8(args.readAll()).trimmed() : QString(), "args");

@@ -104,61 +104,27 @@ private slots:
         QTEST(p.use_password, "usePassword");
     }
 
-    void savePeersSignalsAndPersists()
-    {
-        Peer p;
-        p.label = "A";
-        QSignalSpy changed(&Config::instance(), &Config::configChanged);
-        savePeers({p});
-        QCOMPARE(changed.count(), 1);
-        QFile file(Config::instance().path());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
-        QCOMPARE(root.value("dmr").toObject().value("peers").toArray().size(), 1);
-        QCOMPARE(loadPeers().constFirst().label, QString("A"));
-        setDefaultPeerLabel("A");
-        QCOMPARE(defaultPeerLabel(), QString("A"));
-    }
-
     void peerIdFromOverridesAndIdentity_data()
     {
-        QTest::addColumn<QString>("identity");
-        QTest::addColumn<QString>("dmrid");
-        QTest::addColumn<QString>("essid");
+        QTest::addColumn<QStringList>("identityIdEssid");
         QTest::addColumn<uint>("peer");
-        QTest::newRow("identity") << "Home"
-                                  << ""
-                                  << "" << 240000007u;
-        QTest::newRow("essid override") << "Home"
-                                        << ""
-                                        << "12" << 240000012u;
-        QTest::newRow("plain id") << ""
-                                  << "2400000"
-                                  << "" << 240000000u;
-        QTest::newRow("bad essid") << ""
-                                   << "2400000"
-                                   << "x" << 240000000u;
-        QTest::newRow("bad id") << ""
-                                << "abc"
-                                << "" << 0u;
-        QTest::newRow("too long") << ""
-                                  << "99999999999"
-                                  << "" << 0u;
-        QTest::newRow("x100 wraps") << ""
-                                    << "4294967295"
-                                    << "" << uint(4294967295u * 100u);
+        QTest::newRow("identity") << QStringList{"Home", "", ""} << 240000007u;
+        QTest::newRow("essid override") << QStringList{"Home", "", "12"} << 240000012u;
+        QTest::newRow("plain id") << QStringList{"", "2400000", ""} << 240000000u;
+        QTest::newRow("bad essid") << QStringList{"", "2400000", "x"} << 240000000u;
+        QTest::newRow("bad id") << QStringList{"", "abc", ""} << 0u;
+        QTest::newRow("too long") << QStringList{"", "99999999999", ""} << 0u;
+        QTest::newRow("x100 wraps") << QStringList{"", "4294967295", ""} << uint(4294967295u * 100u);
     }
 
     void peerIdFromOverridesAndIdentity()
     {
-        QFETCH(QString, identity);
-        QFETCH(QString, dmrid);
-        QFETCH(QString, essid);
+        QFETCH(QStringList, identityIdEssid);
         setHomeIdentity("7");
         Peer p;
-        p.identity_label = identity;
-        p.dmrid_override = dmrid;
-        p.essid_override = essid;
+        p.identity_label = identityIdEssid.at(0);
+        p.dmrid_override = identityIdEssid.at(1);
+        p.essid_override = identityIdEssid.at(2);
         QTEST(uint(peerId(p)), "peer");
         p.dmrid_override = "2400001";
         QCOMPARE(dmrId(p), 2400001u);
@@ -166,134 +132,95 @@ private slots:
 
     void profileServerSplit_data()
     {
-        QTest::addColumn<QString>("server");
-        QTest::addColumn<QString>("host");
+        QTest::addColumn<QStringList>("serverHost");
         QTest::addColumn<int>("port");
-        QTest::newRow("host:port") << "example.org:55555"
-                                   << "example.org" << 55555;
-        QTest::newRow("port 0") << "example:0"
-                                << "example" << 62031;
-        QTest::newRow("no port") << "example"
-                                 << "example" << 62031;
-        QTest::newRow("bad port") << "example:x"
-                                  << "example" << 62031;
-        QTest::newRow("too big") << "example:70000"
-                                 << "example" << 62031;
-        QTest::newRow("ipv6") << "[::1]:62031"
-                              << "[::1]" << 62031;
-        QTest::newRow("leading colon") << ":5000"
-                                       << ":5000" << 62031;
+        QTest::newRow("host:port") << QStringList{"example.org:55555", "example.org"} << 55555;
+        QTest::newRow("port 0") << QStringList{"example:0", "example"} << 62031;
+        QTest::newRow("no port") << QStringList{"example", "example"} << 62031;
+        QTest::newRow("bad port") << QStringList{"example:x", "example"} << 62031;
+        QTest::newRow("too big") << QStringList{"example:70000", "example"} << 62031;
+        QTest::newRow("ipv6") << QStringList{"[::1]:62031", "[::1]"} << 62031;
+        QTest::newRow("leading colon") << QStringList{":5000", ":5000"} << 62031;
     }
 
     void profileServerSplit()
     {
-        QFETCH(QString, server);
+        QFETCH(QStringList, serverHost);
         Peer p;
-        p.server = server;
+        p.server = serverHost.at(0);
         const DmrPeerClient::Profile profile = profileFor(p);
-        QTEST(profile.host, "host");
+        QCOMPARE(profile.host, serverHost.at(1));
         QTEST(int(profile.port), "port");
     }
 
-    void profileCopiesAndDefaults()
+    void profileFromIdentityAndOverrides()
     {
         setHomeIdentity();
         Peer p;
         p.identity_label = "Home";
         p.rx_jitter_ms = 0;
-        p.duplex = true;
-        p.ts2_tg = 91;
-        p.location_name = "Town";
-        const DmrPeerClient::Profile profile = profileFor(p);
-        QCOMPARE(profile.networkName, QString("Custom"));
-        QCOMPARE(profile.callsign, QString("XX0ABC"));
-        QCOMPARE(profile.peerId, 240000000u);
-        QCOMPARE(profile.rxJitterMs, 0);
-        QVERIFY(profile.duplex);
-        QCOMPARE(profile.ts2Tg, 91u);
-        QCOMPARE(profile.locationName, QString("Town"));
+        QCOMPARE(profileFor(p).networkName, QString("Custom"));
+        QCOMPARE(profileFor(p).callsign, QString("XX0ABC"));
+        QCOMPARE(profileFor(p).peerId, 240000000u);
+        QCOMPARE(profileFor(p).rxJitterMs, 0);
         p.callsign_override = "XX9ZZZ";
         p.network = "TGIF";
         QCOMPARE(profileFor(p).callsign, QString("XX9ZZZ"));
         QCOMPARE(profileFor(p).networkName, QString("TGIF"));
     }
 
+    // Network, own password, the password sent; use_api_key, use_password.
     void passwordChoice_data()
     {
-        QTest::addColumn<QString>("network");
-        QTest::addColumn<QString>("password");
+        QTest::addColumn<QStringList>("texts");
         QTest::addColumn<bool>("apiKey");
         QTest::addColumn<bool>("usePassword");
-        QTest::addColumn<QString>("sent");
-        QTest::newRow("default") << "brandmeister"
-                                 << "" << false << true << "hunter99";
-        QTest::newRow("own") << "brandmeister"
-                             << "pw" << false << true << "pw";
-        QTest::newRow("api key only") << "brandmeister"
-                                      << "pw" << true << false << "bmkey";
-        QTest::newRow("password first") << "brandmeister"
-                                        << "pw" << true << true << "pw";
-        QTest::newRow("key when empty") << "brandmeister"
-                                        << "" << true << true << "bmkey";
-        QTest::newRow("other network") << "Other"
-                                       << "" << true << true << "hunter99";
+        QTest::newRow("default") << QStringList{"brandmeister", "", "hunter99"} << false << true;
+        QTest::newRow("own") << QStringList{"brandmeister", "pw", "pw"} << false << true;
+        QTest::newRow("api key only") << QStringList{"brandmeister", "pw", "bmkey"} << true << false;
+        QTest::newRow("password first") << QStringList{"brandmeister", "pw", "pw"} << true << true;
+        QTest::newRow("key when empty") << QStringList{"brandmeister", "", "bmkey"} << true << true;
+        QTest::newRow("other network") << QStringList{"Other", "", "hunter99"} << true << true;
     }
 
     void passwordChoice()
     {
-        QFETCH(QString, network);
-        QFETCH(QString, password);
-        QFETCH(bool, apiKey);
-        QFETCH(bool, usePassword);
+        QFETCH(QStringList, texts);
         Config::instance().setSection("dmr", QJsonObject{{"bm_api_key", " bmkey "}});
         Peer p;
-        p.network = network;
-        p.password = password;
+        p.network = texts.at(0);
+        p.password = texts.at(1);
+        QFETCH(bool, apiKey);
+        QFETCH(bool, usePassword);
         p.use_api_key = apiKey;
         p.use_password = usePassword;
-        QTEST(profileFor(p).password, "sent");
+        QCOMPARE(profileFor(p).password, texts.at(2));
     }
 
+    // Key reference, network, the key used.
     void apiKeyResolution_data()
     {
-        QTest::addColumn<QString>("ref");
-        QTest::addColumn<QString>("network");
-        QTest::addColumn<QString>("key");
-        QTest::newRow("peer") << "peer"
-                              << ""
-                              << "own";
-        QTest::newRow("bm") << "bm:main"
-                            << ""
-                            << "bm-main";
-        QTest::newRow("tgif") << "tgif:main"
-                              << ""
-                              << "tgif-main";
-        QTest::newRow("unknown kind") << "anything:main"
-                                      << ""
-                                      << "bm-main";
-        QTest::newRow("missing, tgif") << "tgif:missing"
-                                       << "tgif"
-                                       << "old-tgif";
-        QTest::newRow("missing, bm") << "tgif:missing"
-                                     << "Brandmeister"
-                                     << "old-bm";
-        QTest::newRow("missing, other") << "tgif:missing"
-                                        << "FreeDMR"
-                                        << "own";
+        QTest::addColumn<QStringList>("texts");
+        QTest::newRow("peer") << QStringList{"peer", "", "own"};
+        QTest::newRow("bm") << QStringList{"bm:main", "", "bm-main"};
+        QTest::newRow("tgif") << QStringList{"tgif:main", "", "tgif-main"};
+        QTest::newRow("unknown kind") << QStringList{"anything:main", "", "bm-main"};
+        QTest::newRow("missing, tgif") << QStringList{"tgif:missing", "tgif", "old-tgif"};
+        QTest::newRow("missing, bm") << QStringList{"tgif:missing", "Brandmeister", "old-bm"};
+        QTest::newRow("missing, other") << QStringList{"tgif:missing", "FreeDMR", "own"};
     }
 
     void apiKeyResolution()
     {
-        QFETCH(QString, ref);
-        QFETCH(QString, network);
+        QFETCH(QStringList, texts);
         Config::instance().setSection("dmr", ::json(R"({"bm_api_key": "old-bm", "tgif_api_key": " old-tgif ",
             "bm_api_keys": [{"name": "main", "key": " bm-main "}],
             "tgif_api_keys": [{"name": "main", "key": "tgif-main"}]})"));
         Peer p;
         p.api_key = " own ";
-        p.api_key_ref = ref;
-        p.network = network;
-        QTEST(resolveApiKey(p), "key");
+        p.api_key_ref = texts.at(0);
+        p.network = texts.at(1);
+        QCOMPARE(resolveApiKey(p), texts.at(2));
     }
 
     void tgifCredentialsAndToken()
@@ -381,17 +308,6 @@ private slots:
             for (const MasterHost& host : hosts)
                 QVERIFY(host.address.contains(':'));
         }
-    }
-
-    void builtInGroups()
-    {
-        QCOMPARE(masterHosts("AmCom").size(), 1);
-        QCOMPARE(masterHosts("AmCom").constFirst().id, QString("3101"));
-        QCOMPARE(masterHosts("AmCom").constFirst().label, QString("AmCom 3101"));
-        QCOMPARE(masterHosts("Phoenix-UK").constFirst().label, QString("Phoenix-UK Fusion"));
-        QCOMPARE(masterHosts("HamUnited").constFirst().label, QString("HamUnited primary"));
-        QVERIFY(masterHosts("amcom").isEmpty());
-        QVERIFY(masterHosts("No such network").isEmpty());
     }
 };
 
