@@ -31,8 +31,6 @@ public:
     // Worker thread only.
     bool isActive() const { return active; }
     int queuedBursts() const { return int(bursts.size()); }
-    int paceSkipCount() const { return paceSkip; }
-    int burstEmptyCount() const { return burstEmpty; }
 
     // Test seam: shorter speech pace, burst interval and head start.
     void setIntervalsForTests(int paceMs, int burstMs, int headStartMs);

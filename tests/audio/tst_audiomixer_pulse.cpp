@@ -23,16 +23,6 @@ namespace {
 
 constexpr int kMonitorRate = 48000;
 
-// One 20 ms frame of a 1 kHz tone at 8 kHz: eight samples per period, so every frame is the same.
-QByteArray toneFrame()
-{
-    QByteArray pcm(320, Qt::Uninitialized);
-    auto* s = reinterpret_cast<qint16*>(pcm.data());
-    for (int i = 0; i < 160; ++i)
-        s[i] = qint16(std::lround(10000.0 * std::sin(2.0 * M_PI * 1000.0 * i / 8000.0)));
-    return pcm;
-}
-
 QVector<qint16> samplesOf(const QByteArray& bytes)
 {
     QVector<qint16> s(bytes.size() / 2);
@@ -193,70 +183,9 @@ private slots:
 
     void cleanupTestCase() { pulse.reset(); }
 
-    void toneArrivesWholeAfterTheJitterDepth()
-    {
-        AudioMixer mixer;
-        QCOMPARE(mixer.rxJitterDepthMs(), 200);
-        Recording rec(*pulse, QStringLiteral("zl_null"), this);
-        QTRY_VERIFY_WITH_TIMEOUT(rec.data.size() > kMonitorRate / 10 * 2, 10000); // the monitor runs
-
-        // 50 frames, each pushed when its 20 ms are due.
-        const QByteArray frame = toneFrame();
-        int pushed = 0;
-        qint64 firstPushMs = -1;
-        qsizetype firstPushOffset = 0;
-        QTimer pacer;
-        pacer.setTimerType(Qt::PreciseTimer);
-        QElapsedTimer paced;
-        connect(&pacer, &QTimer::timeout, this, [&] {
-            while (pushed < 50 && (pushed == 0 || paced.elapsed() >= pushed * 20)) {
-                if (pushed == 0) {
-                    paced.start();
-                    firstPushMs = rec.clock.elapsed();
-                    firstPushOffset = rec.data.size();
-                }
-                mixer.pushPcm(QStringLiteral("dmr"), frame, QStringLiteral("peer"));
-                ++pushed;
-            }
-        });
-        pacer.start(2);
-        QTRY_COMPARE_WITH_TIMEOUT(pushed, 50, 10000);
-        pacer.stop();
-        QTRY_COMPARE_WITH_TIMEOUT(mixer.nowPlayingMode(), QString(), 10000);
-        const qsizetype wanted = rec.data.size() + kMonitorRate / 5 * 2;
-        QTRY_VERIFY_WITH_TIMEOUT(rec.data.size() > wanted, 10000);
-
-        const QVector<qint16> s = samplesOf(rec.data);
-        qsizetype start = -1, end = -1;
-        for (qsizetype i = firstPushOffset / 2; i < s.size(); ++i) {
-            if (qAbs(s[i]) > 2000) {
-                if (start < 0)
-                    start = i;
-                end = i;
-            }
-        }
-        QVERIFY2(start >= 0, "no tone on the monitor");
-        const double toneMs = double(end - start) * 1000.0 / kMonitorRate;
-        // A late beat of a loaded machine may let the server run dry and skip a few milliseconds.
-        QVERIFY2(qAbs(toneMs - 1000.0) < 20.0, qPrintable(QString::number(toneMs)));
-        // No dropout: within the tone no stretch of 0.5 ms stays near zero.
-        int quiet = 0, longestQuiet = 0;
-        for (qsizetype i = start; i <= end; ++i) {
-            quiet = qAbs(s[i]) < 300 ? quiet + 1 : 0;
-            longestQuiet = qMax(longestQuiet, quiet);
-        }
-        QVERIFY2(longestQuiet < kMonitorRate / 2000, qPrintable(QString::number(longestQuiet)));
-        const double hz = frequencyOf(s, start, end, kMonitorRate);
-        QVERIFY2(qAbs(hz - 1000.0) < 10.0, qPrintable(QString::number(hz)));
-        const qint64 delay = rec.arrivalOf(start * 2) - firstPushMs;
-        qInfo("pushPcm to sink monitor: %lld ms (jitter buffer %d ms), tone %.1f ms at %.2f Hz", delay,
-              mixer.rxJitterDepthMs(), toneMs, hz);
-        QVERIFY2(delay >= 150 && delay <= 500, qPrintable(QString::number(delay)));
-    }
-
-    // A stream whose frames arrive with network jitter plays whole from a jitter buffer deeper
-    // than the jitter: no gap is concealed, and every frame is heard in order. A buffer
-    // shallower than the jitter has to fill gaps, and says so.
+    // A stream whose frames arrive with network jitter plays whole, one buffer depth late, from a
+    // jitter buffer deeper than the jitter: no gap is concealed, every frame is heard in order, with
+    // no dropout. A buffer shallower than the jitter has to fill gaps, and says so.
     void jitteredStreamPlaysFrameForFrame_data()
     {
         QTest::addColumn<int>("depthMs");
@@ -281,12 +210,14 @@ private slots:
         const QList<int> arrivals = jitteredArrivals(kFrames);
         int pushed = 0;
         qsizetype firstPushOffset = -1;
+        qint64 firstPushMs = 0;
         QElapsedTimer clock;
         QTimer pacer;
         pacer.setTimerType(Qt::PreciseTimer);
         connect(&pacer, &QTimer::timeout, this, [&] {
             if (firstPushOffset < 0) {
                 firstPushOffset = rec.data.size();
+                firstPushMs = rec.clock.elapsed();
                 clock.start();
             }
             while (pushed < kFrames && clock.elapsed() >= arrivals.at(pushed))
@@ -314,6 +245,8 @@ private slots:
         for (int f = 0; f < kFrames; ++f)
             expected.append(markOf(f));
         QCOMPARE(marksHeard(s, start, kFrames), expected);
+        const qint64 delay = rec.arrivalOf(start * 2) - firstPushMs;
+        QVERIFY2(delay >= 150 && delay <= 500, qPrintable(QString::number(delay)));
     }
 
     void speakerIsChosenByDescription()
@@ -332,7 +265,7 @@ private slots:
         mixer.shutdown();
         QVERIFY(!mixer.hasSink());
         QTRY_COMPARE_WITH_TIMEOUT(pulse->sinkInputSinks(), QList<int>{}, 10000);
-        mixer.pushPcm(QStringLiteral("dmr"), toneFrame());
+        mixer.pushPcm(QStringLiteral("dmr"), QByteArray(320, 1));
         QVERIFY(!mixer.hasSink());
     }
 
@@ -373,19 +306,6 @@ private slots:
         QVERIFY2(rate > 6000 && rate < 11000, qPrintable(QString::number(rate)));
         QVERIFY(
             std::any_of(level.begin(), level.end(), [](const QList<QVariant>& a) { return a.first().toInt() > 5; }));
-
-        // Muted: comfort noise in -16..16, still at the device's pace.
-        mixer.setMicMuted(true);
-        QCOMPARE(level.last().first().toInt(), 0);
-        blocks.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(blocks.size() >= 5, 10000);
-        QByteArray noise;
-        for (const auto& b : blocks)
-            noise += b.first().toByteArray();
-        const QVector<qint16> n = samplesOf(noise);
-        QVERIFY(std::all_of(n.begin(), n.end(), [](qint16 v) { return v >= -16 && v <= 16; }));
-        QVERIFY(std::any_of(n.begin(), n.end(), [](qint16 v) { return v != 0; }));
-        QCOMPARE(level.last().first().toInt(), 0);
 
         mixer.shutdown();
         QVERIFY(!mixer.hasSource());

@@ -2,21 +2,14 @@
 
 // Helpers shared by the DMR voice and peer tests: calls into objects on the vocoder thread,
 // hand-built DMRD frames and simulated AMBE chips.
+#include "AmbeChips.h"
 #include "LogCapture.h"
-#include "SimulatedAmbeChip.h"
-#include "app/Config.h"
 #include "app/ThreadHandOff.h"
 #include "dmr/AmbeBurst.h"
-#include "hw/Dv3000Pool.h"
+#include "dmr/DmrPeerClient.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QMetaObject>
-#include <QTest>
 #include <QtEndian>
-
-#include <memory>
-#include <vector>
 
 namespace kit {
 
@@ -65,6 +58,21 @@ inline QByteArray dmrd(quint8 seq, quint32 src, quint32 dst, quint8 flags, quint
     return d;
 }
 
+// A client profile for a loopback master.
+inline zl::dmr::DmrPeerClient::Profile profile(const QString& label, quint16 port, quint32 peerId,
+                                               const QString& password)
+{
+    zl::dmr::DmrPeerClient::Profile p;
+    p.label = label;
+    p.networkName = label;
+    p.host = QStringLiteral("127.0.0.1");
+    p.port = port;
+    p.peerId = peerId;
+    p.callsign = QStringLiteral("XX0ABC");
+    p.password = password;
+    return p;
+}
+
 // A voice burst whose three frames the simulated chip decodes to a sine of this level and pitch.
 inline QByteArray toneBurst(int level, int frequency)
 {
@@ -92,45 +100,11 @@ inline QList<int> burstPitches(const QByteArray& burst33)
     return out;
 }
 
-// Simulated AMBE chips served over UDP and lent by the pool singleton (software vocoder off).
-class ChipFarm {
+// The chips of the DMR suites, lent by the application's pool.
+class ChipFarm : public AmbeChips {
 public:
-    bool start(int count)
-    {
-        QJsonArray servers;
-        for (int i = 0; i < count; ++i) {
-            chips.push_back(std::make_unique<SimulatedAmbeChip>());
-            const quint16 port = chips.back()->listenUdp();
-            if (port == 0)
-                return false;
-            servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", port}, {"enabled", true}});
-        }
-        zl::Config::instance().setSection("hardware",
-                                          QJsonObject{{"ambe_servers", servers}, {"ambe_md380_enabled", false}});
-        pool()->rescan();
-        return QTest::qWaitFor([&] { return pool()->readyCount() == count; }, 20000);
-    }
     static zl::hw::Dv3000Pool* pool() { return zl::hw::Dv3000Pool::instance(); }
-    // Hardware settings with one more AMBEserver on the loopback address.
-    static QJsonObject withServer(QJsonObject hardware, quint16 port)
-    {
-        QJsonArray servers = hardware.value("ambe_servers").toArray();
-        servers.append(QJsonObject{{"host", "127.0.0.1"}, {"port", port}, {"enabled", true}});
-        hardware.insert("ambe_servers", servers);
-        return hardware;
-    }
     static QThread* worker() { return pool()->workerThread(); }
-    int channelPackets() const
-    {
-        int n = 0;
-        for (const auto& chip : chips)
-            n += chip->packetsReceived(1);
-        return n;
-    }
-    SimulatedAmbeChip& chip(int i) { return *chips.at(size_t(i)); }
-
-private:
-    std::vector<std::unique_ptr<SimulatedAmbeChip>> chips;
 };
 
 } // namespace kit

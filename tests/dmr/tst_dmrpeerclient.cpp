@@ -4,13 +4,10 @@
 #include "dmr/DMRLC.h"
 #include "dmr/DmrPeerClient.h"
 
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 #include <QtEndian>
-
-#include <memory>
 
 using zl::dmr::DmrPeerClient;
 
@@ -48,13 +45,7 @@ struct Rig {
         master.addPeer(kPeerId, kPassword);
         master.setClock([this] { return clock.now(); });
         client.setClockForTests([this] { return clock.now(); }, speedup);
-        profile.label = QStringLiteral("Test");
-        profile.networkName = QStringLiteral("Test");
-        profile.host = QStringLiteral("127.0.0.1");
-        profile.port = master.port();
-        profile.peerId = kPeerId;
-        profile.callsign = QStringLiteral("XX0ABC");
-        profile.password = kPassword;
+        profile = kit::profile(QStringLiteral("Test"), master.port(), kPeerId, kPassword);
         if (tweak)
             tweak(profile);
         client.setProfile(profile);
@@ -138,9 +129,8 @@ private slots:
         Rig rig(1, [](DmrPeerClient::Profile& p) { p.options = QStringLiteral("TS2=91;DIAL=0"); });
         rig.client.start();
         QTRY_COMPARE(rig.master.optionsOf(kPeerId), QByteArray("TS2=91;DIAL=0"));
-        QCOMPARE(rig.client.state(), DmrPeerClient::WaitingConfig);
-        const QByteArray rpto = rig.master.receivedWith("RPTO").constFirst().data;
-        QCOMPARE(rpto, QByteArray("RPTO") + be32(kPeerId) + "TS2=91;DIAL=0");
+        QCOMPARE(rig.master.receivedWith("RPTO").constFirst().data,
+                 QByteArray("RPTO") + be32(kPeerId) + "TS2=91;DIAL=0");
         rig.client.stop();
     }
 
@@ -374,125 +364,89 @@ private slots:
         QTRY_COMPARE(rig.master.receivedWith("RPTK").size(), 1);
     }
 
+    // Cut-off messages of every kind change nothing (crashes are the fuzz target's).
     void malformedDatagramsChangeNothing()
     {
         Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
         QVERIFY(rig.login());
         QSignalSpy changes(&rig.client, &DmrPeerClient::stateChanged);
         QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
-        QRandomGenerator random(1234);
-        const QList<QByteArray> prefixes{"DMRD", "RPTACK", "MSTPONG", "MSTNAK",  "MSTCL", "RPTL",
-                                         "RPTK", "RPTC",   "RPTO",    "RPTPING", "RPTCL", ""};
-        int sent = 0;
         quint32 marker = 0xfeed0000;
-        for (const QByteArray& prefix : prefixes) {
-            for (int n = 0; n <= 60; ++n) {
-                // A complete MSTNAK or MSTCL is a valid message, not bad input.
-                if ((prefix == "MSTNAK" || prefix == "MSTCL") && n >= prefix.size())
-                    continue;
-                QByteArray d = prefix.left(n);
-                while (d.size() < n)
-                    d.append(char(random.bounded(256)));
-                if (prefix.isEmpty() && n > 0)
-                    d[0] = 'x'; // random bytes that spell no known tag
-                rig.master.sendToPeer(kPeerId, d);
-                ++sent;
+        for (const QByteArray& whole : {dmrd(0, 1), QByteArray("RPTACK\1\2\3\4"), QByteArray("MSTPONG") + be32(kPeerId),
+                                        QByteArray("MSTNAK") + be32(kPeerId), QByteArray("MSTCL") + be32(kPeerId),
+                                        QByteArray("RPTSBKN") + be32(kPeerId), QByteArray("x", 1)}) {
+            for (qsizetype n = 0; n < qMin<qsizetype>(whole.size(), 52); ++n) {
+                // A bare MSTNAK or MSTCL is a whole message, not a cut-off one.
+                if (!whole.left(n).startsWith("MSTNAK") && !whole.left(n).startsWith("MSTCL"))
+                    rig.master.sendToPeer(kPeerId, whole.left(n));
             }
-            // A good frame behind each batch shows that the batch was read (and keeps the
-            // socket's receive buffer from overflowing).
+            // A good frame behind each batch shows that the batch was read.
             const QByteArray good = dmrd(9, ++marker);
             rig.master.sendToPeer(kPeerId, good);
             QTRY_VERIFY(!frames.isEmpty() && frames.constLast().at(0).toByteArray() == good);
         }
-        QVERIFY(sent > 600);
         QCOMPARE(states(changes), QList<DmrPeerClient::State>());
         QCOMPARE(rig.client.state(), DmrPeerClient::Running);
     }
 
-    void streamWithoutTerminatorEndsAfter1500Ms()
+    // The call's signals as the client gives them: heard with its addresses, each frame decoded before it
+    // is handed on, a new stream ending the old one at once, the last ending 1500 ms after its last frame.
+    void streamsAreHeardAndEnded()
     {
         Rig rig(5);
         QVERIFY(rig.login());
-        QSignalSpy heard(&rig.client, &DmrPeerClient::rxStreamHeard);
-        QSignalSpy ended(&rig.client, &DmrPeerClient::rxStreamEnded);
-        QStringList order;
-        QList<int> seqs;
-        connect(&rig.client, &DmrPeerClient::voiceFrameForDecode, this, [&] { order.append("decode"); });
-        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this, [&](const QByteArray& d) {
-            order.append("frame");
-            seqs.append(quint8(d.at(4)));
+        QStringList events;
+        QList<QVariantList> heard;
+        qint64 endedAt = 0, duration = 0;
+        connect(&rig.client, &DmrPeerClient::rxStreamHeard, this,
+                [&](uint src, uint dst, uchar slot, uint stream, bool privateCall) {
+                    heard.append({src, dst, slot, stream, privateCall});
+                    events.append(QString("heard %1").arg(stream));
+                });
+        connect(&rig.client, &DmrPeerClient::rxStreamEnded, this, [&](uint stream, qint64 ms) {
+            events.append(QString("ended %1").arg(stream));
+            endedAt = rig.clock.now();
+            duration = ms;
         });
-        qint64 endedAt = 0;
-        connect(&rig.client, &DmrPeerClient::rxStreamEnded, this, [&] { endedAt = rig.clock.now(); });
+        connect(&rig.client, &DmrPeerClient::voiceFrameForDecode, this, [&] { events.append("decode"); });
+        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this, [&](const QByteArray& d) {
+            events.append(QString("frame %1/%2").arg(qFromBigEndian<quint32>(d.constData() + 16)).arg(int(d.at(4))));
+        });
+        rig.master.sendToPeer(kPeerId, dmrd(0, 1));
+        rig.master.sendToPeer(kPeerId, dmrd(0, 2));
+        QTRY_COMPARE(events.size(), 7);
+        QCOMPARE(events, (QStringList{"heard 1", "ended 1", "heard 2", "decode", "frame 1/0", "decode", "frame 2/0"}));
+        events.clear();
 
         const quint8 header = 0x80 | 0x40 | 0x20 | 0x01; // slot 2, private, voice LC header
         const qint64 first = rig.clock.now();
         rig.master.sendToPeer(kPeerId, dmrd(0, 0x1234, header, 2400000, 2400001));
-        QTRY_COMPARE(seqs.size(), 1);
+        QTRY_COMPARE(events.size(), 4);
         const qint64 last = rig.clock.now();
-        rig.master.sendToPeer(kPeerId, dmrd(2, 0x1234, 0x82));
-        rig.master.sendToPeer(kPeerId, dmrd(1, 0x1234, 0x91));
-        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 3000);
-        QCOMPARE(seqs, (QList<int>{0, 1, 2}));
-        QCOMPARE(order, (QStringList{"decode", "frame", "decode", "frame", "decode", "frame"}));
-
-        QCOMPARE(heard.count(), 1);
-        const QList<QVariant> h = heard.constFirst();
-        QCOMPARE(h.at(0).toUInt(), 2400000u);
-        QCOMPARE(h.at(1).toUInt(), 2400001u);
-        QCOMPARE(h.at(2).value<uchar>(), uchar(2));
-        QCOMPARE(h.at(3).toUInt(), 0x1234u);
-        QCOMPARE(h.at(4).toBool(), true);
-
-        QCOMPARE(ended.constFirst().at(0).toUInt(), 0x1234u);
-        const qint64 duration = ended.constFirst().at(1).toLongLong();
+        rig.master.sendToPeer(kPeerId, dmrd(1, 0x1234, 0x82));
+        QTRY_COMPARE_WITH_TIMEOUT(events.size(), 7, 3000);
+        QCOMPARE(events.mid(4), (QStringList{"decode", "frame 4660/1", "ended 4660"}));
+        QCOMPARE(heard.last(), (QVariantList{2400000u, 2400001u, uchar(2), 0x1234u, true}));
         const qint64 slack = 40 * rig.clock.factor();
         QVERIFY2(qAbs(duration - (last - first)) <= slack, qPrintable(QString::number(duration)));
         const qint64 quiet = endedAt - (first + duration);
         QVERIFY2(quiet >= 1500 && quiet <= 1700 + slack, qPrintable(QString::number(quiet)));
     }
 
-    void newStreamEndsTheOldOneAtOnce()
-    {
-        Rig rig(1);
-        QVERIFY(rig.login());
-        QList<QString> events;
-        connect(&rig.client, &DmrPeerClient::rxStreamHeard, this,
-                [&](uint, uint, uchar, uint stream) { events.append(QString("heard %1").arg(stream)); });
-        connect(&rig.client, &DmrPeerClient::rxStreamEnded, this,
-                [&](uint stream) { events.append(QString("ended %1").arg(stream)); });
-        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this, [&](const QByteArray& d) {
-            events.append(QString("frame %1/%2").arg(qFromBigEndian<quint32>(d.constData() + 16)).arg(int(d.at(4))));
-        });
-        rig.master.sendToPeer(kPeerId, dmrd(0, 1));
-        rig.master.sendToPeer(kPeerId, dmrd(1, 1));
-        rig.master.sendToPeer(kPeerId, dmrd(0, 2));
-        QTRY_COMPARE(events.size(), 6);
-        QCOMPARE(events, (QList<QString>{"heard 1", "ended 1", "heard 2", "frame 1/0", "frame 1/1", "frame 2/0"}));
-    }
-
-    void zeroJitterPassesFramesStraightOn()
-    {
-        Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
-        QVERIFY(rig.login());
-        QList<int> seqs;
-        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this,
-                [&](const QByteArray& d) { seqs.append(d.at(4)); });
-        for (quint8 s : {2, 0, 1})
-            rig.master.sendToPeer(kPeerId, dmrd(s, 3));
-        QTRY_COMPARE(seqs, (QList<int>{2, 0, 1}));
-    }
-
-    void dataBurstsStayOffTheVoicePath()
+    // Without a jitter buffer frames go on as they come; data bursts start no call.
+    void zeroJitterAndDataBursts()
     {
         Rig rig(1, [](DmrPeerClient::Profile& p) { p.rxJitterMs = 0; });
         QVERIFY(rig.login());
         QSignalSpy heard(&rig.client, &DmrPeerClient::rxStreamHeard);
-        QSignalSpy frames(&rig.client, &DmrPeerClient::dmrFrameReceived);
-        rig.master.sendToPeer(kPeerId, dmrd(0, 8, 0x26)); // data header
-        rig.master.sendToPeer(kPeerId, dmrd(1, 8, 0x27)); // rate 1/2 data
-        rig.master.sendToPeer(kPeerId, dmrd(0, 9, 0x21)); // voice header: marker
-        QTRY_COMPARE(frames.count(), 1);
+        QList<int> seqs;
+        connect(&rig.client, &DmrPeerClient::dmrFrameReceived, this,
+                [&](const QByteArray& d) { seqs.append(d.at(4)); });
+        rig.master.sendToPeer(kPeerId, dmrd(5, 8, 0x26)); // data header
+        rig.master.sendToPeer(kPeerId, dmrd(6, 8, 0x27)); // rate 1/2 data
+        for (quint8 s : {2, 0, 1})
+            rig.master.sendToPeer(kPeerId, dmrd(s, 9, 0x21));
+        QTRY_COMPARE(seqs, (QList<int>{2, 0, 1}));
         QCOMPARE(heard.count(), 1);
         QCOMPARE(heard.constFirst().at(3).toUInt(), 9u);
     }
@@ -541,12 +495,9 @@ private slots:
         QCOMPARE(sent.at(1).data.mid(20, 33), voice);
         QCOMPARE(sent.at(2).data.mid(8, 3), be24(2400001));
 
-        // Header and terminator carry the link control with the base-station data sync.
+        // Header and terminator carry the link control.
         for (int i : {0, 3}) {
             const QByteArray burst = sent.at(i).data.mid(20, 33);
-            QCOMPARE(quint8(burst.at(13)) & 0x0F, 0x0D);
-            QCOMPARE(burst.mid(14, 5), QByteArray("\xFF\x57\xD7\x5D\xF5"));
-            QCOMPARE(quint8(burst.at(19)) >> 4, 0x0D);
             const auto lc = zl::dmr::fullLcDecode(reinterpret_cast<const uint8_t*>(burst.constData()), i == 0 ? 1 : 2);
             QVERIFY(lc.has_value());
             QCOMPARE(lc->srcId, 2400000u);

@@ -53,81 +53,49 @@ class TestJitterBuffer : public QObject {
     Q_OBJECT
 
 private slots:
-    void outOfOrderPlaysInOrderAt60MsSteps()
+    // Arrivals as (seq, ms) pairs, the play-outs as (seq, ms) pairs, ms -1 where the time does not matter.
+    void playsInOrderAt60MsSteps_data()
     {
-        Harness h;
-        h.insert(2);
-        h.insert(0);
-        h.insert(1);
-        QVERIFY(h.buffer.needsTicks());
-        h.runUntil(1110);
-        QVERIFY(h.played.isEmpty()); // held for the jitter delay
-        h.runUntil(1400);
-        QCOMPARE(h.seqs(), (QList<int>{0, 1, 2}));
-        QCOMPARE(h.played.at(0).second, 1120);
-        QCOMPARE(h.played.at(1).second, 1180);
-        QCOMPARE(h.played.at(2).second, 1240);
-    }
-
-    void earlyFrameIsHeldUntilItsTurn()
-    {
-        Harness h;
-        h.insert(0);
-        h.runUntil(1130);
-        h.insert(3); // two ahead of the play-out position
-        h.insert(1);
-        h.insert(2);
-        h.runUntil(1400);
-        QCOMPARE(h.seqs(), (QList<int>{0, 1, 2, 3}));
-        QCOMPARE(h.played.at(3).second, 1300);
-    }
-
-    void arrivalOrderIsUndone_data()
-    {
-        QTest::addColumn<QList<int>>("arrived");
+        QTest::addColumn<QList<int>>("arrivals");
         QTest::addColumn<QList<int>>("played");
-        QTest::newRow("wrap sorts after 255") << QList<int>{255, 254, 1, 0} << QList<int>{254, 255, 0, 1};
-        QTest::newRow("from before the wrap") << QList<int>{0, 1, 255} << QList<int>{255, 0, 1};
+        QTest::addColumn<QString>("message");
+        QTest::newRow("out of order, held for the delay")
+            << QList<int>{2, 1000, 0, 1000, 1, 1000} << QList<int>{0, 1120, 1, 1180, 2, 1240} << QString();
+        QTest::newRow("early frame waits its turn")
+            << QList<int>{0, 1000, 3, 1130, 1, 1130, 2, 1130} << QList<int>{0, -1, 1, -1, 2, -1, 3, 1300} << QString();
+        QTest::newRow("wrap sorts after 255") << QList<int>{255, 1000, 254, 1000, 1, 1000, 0, 1000}
+                                              << QList<int>{254, -1, 255, -1, 0, -1, 1, -1} << QString();
+        QTest::newRow("from before the wrap")
+            << QList<int>{0, 1000, 1, 1000, 255, 1000} << QList<int>{255, -1, 0, -1, 1, -1} << QString();
+        QTest::newRow("late frame dropped")
+            << QList<int>{0, 1000, 1, 1000, 0, 1190, 2, 1190} << QList<int>{0, -1, 1, -1, 2, -1}
+            << "DmrPeerClient Net jitter: frame seq 0 arrived too late, dropped";
+        // The slot of 2 passes empty; the buffer empties after 1500 ms without frames and reports the loss.
+        QTest::newRow("lost frame skipped")
+            << QList<int>{0, 1000, 1, 1000, 3, 1000, 4, 1000} << QList<int>{0, -1, 1, -1, 3, 1300, 4, 1360}
+            << "DmrPeerClient Net jitter: stream 2a done, skipped (lost) bursts: 1";
     }
 
-    void arrivalOrderIsUndone()
+    void playsInOrderAt60MsSteps()
     {
-        QFETCH(QList<int>, arrived);
+        QFETCH(QList<int>, arrivals);
         QFETCH(QList<int>, played);
+        QFETCH(QString, message);
+        if (!message.isEmpty())
+            QTest::ignoreMessage(QtInfoMsg, qPrintable(message));
         Harness h;
-        for (int seq : arrived)
-            h.insert(quint8(seq));
-        h.runUntil(1500);
-        QCOMPARE(h.seqs(), played);
-    }
-
-    void lateFrameIsDropped()
-    {
-        Harness h;
-        h.insert(0);
-        h.insert(1);
-        h.runUntil(1190);
-        QCOMPARE(h.seqs(), (QList<int>{0, 1}));
-        QTest::ignoreMessage(QtInfoMsg, "DmrPeerClient Net jitter: frame seq 0 arrived too late, dropped");
-        h.insert(0);
-        h.insert(2);
-        h.runUntil(1400);
-        QCOMPARE(h.seqs(), (QList<int>{0, 1, 2}));
-    }
-
-    void lostFrameIsSkippedAndTimingKept()
-    {
-        Harness h;
-        for (quint8 s : {0, 1, 3, 4})
-            h.insert(s);
-        h.runUntil(1400);
-        QCOMPARE(h.seqs(), (QList<int>{0, 1, 3, 4}));
-        QCOMPARE(h.played.at(2).second, 1300); // slot of 2 passes empty
-        QCOMPARE(h.played.at(3).second, 1360);
-        // Stream over: the buffer empties after 1500 ms without frames and reports the loss.
-        QTest::ignoreMessage(QtInfoMsg, "DmrPeerClient Net jitter: stream 2a done, skipped (lost) bursts: 1");
-        h.runUntil(2600);
+        for (qsizetype i = 0; i < arrivals.size(); i += 2) {
+            h.runUntil(arrivals.at(i + 1));
+            h.insert(quint8(arrivals.at(i)));
+        }
+        h.runUntil(3000);
         QVERIFY(!h.buffer.needsTicks());
+        QCOMPARE(h.played.size(), played.size() / 2);
+        for (qsizetype i = 0; i < played.size(); i += 2) {
+            QCOMPARE(h.played.at(i / 2).first, played.at(i));
+            if (played.at(i + 1) >= 0)
+                QCOMPARE(h.played.at(i / 2).second, qint64(played.at(i + 1)));
+        }
     }
 
     void terminatorFlushesAtOnce()

@@ -105,30 +105,19 @@ private slots:
         QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
         const QByteArray pkt = speechPacket();
 
-        // One packet over two reads.
-        r.chip.sendRaw(pkt.left(100));
-        QVERIFY(!pcm.wait(20));
-        r.chip.sendRaw(pkt.mid(100));
-        QTRY_COMPARE(pcm.count(), 1);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Two packets in one read.
-        r.chip.sendRaw(pkt + pkt);
-        QTRY_COMPARE(pcm.count(), 2);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Garbage ahead of a packet is skipped byte by byte.
-        r.chip.sendRaw(QByteArray::fromHex("00ff1337a5") + pkt);
-        QTRY_COMPARE(pcm.count(), 1);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
-        // Only the low nibble of byte 1 belongs to LEN; the packet behind it is still found.
-        r.chip.sendRaw(speechPacket(char(0xF1)) + pkt);
-        QTRY_COMPARE(pcm.count(), 2);
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-        checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
-
+        const QList<std::pair<QList<QByteArray>, int>> cases = {
+            {{pkt.left(100), pkt.mid(100)}, 1},             // one packet over two reads
+            {{pkt + pkt}, 2},                               // two packets in one read
+            {{QByteArray::fromHex("00ff1337a5") + pkt}, 1}, // garbage skipped byte by byte
+            {{speechPacket(char(0xF1)) + pkt}, 2},          // only the low nibble of byte 1 is LEN
+        };
+        for (const auto& [chunks, count] : cases) {
+            for (const QByteArray& chunk : chunks)
+                r.chip.sendRaw(chunk);
+            QTRY_COMPARE(pcm.count(), count);
+            while (!pcm.isEmpty())
+                checkSpeechSamples(pcm.takeFirst().at(0).toByteArray());
+        }
         // A channel packet gives its frame bytes.
         QSignalSpy ambe(&r.dv, &Dv3000::ambeFrameReady);
         r.chip.sendRaw(QByteArray::fromHex("61000b010148b9e881526173002a6b"));
@@ -214,38 +203,38 @@ private slots:
         QCOMPARE(r.dv.rate(), 49);
     }
 
-    void setRateDrainsStaleBytes()
+    // Stale bytes ahead of the answer are drained; a refusal fails at once; silence after two attempts.
+    void setRateReplies_data()
     {
-        Rig r;
-        QVERIFY(r.open(false));
-        r.chip.sendRaw(QByteArray::fromHex("0102030405"));
-        QTest::ignoreMessage(QtDebugMsg, "Dv3000 setRate attempt 1 pre-drain skipping 5 B: 01 02 03 04 05");
-        QVERIFY(r.dv.setRate(33));
-        QCOMPARE(r.dv.rate(), 33);
+        QTest::addColumn<int>("initStatus");
+        QTest::addColumn<bool>("ok");
+        QTest::addColumn<int>("attempts");
+        QTest::newRow("stale bytes") << 0 << true << 1;
+        QTest::newRow("refused") << 5 << false << 1;
+        QTest::newRow("no answer") << -1 << false << 2;
     }
 
-    void setRateRejected()
+    void setRateReplies()
     {
+        QFETCH(int, initStatus);
+        QFETCH(bool, ok);
+        QFETCH(int, attempts);
         Rig r;
-        r.chip.setInitStatus(5);
+        r.chip.setInitStatus(initStatus);
         QVERIFY(r.open(false));
-        QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: chip REJECTED ConfigureChannel with status=0x 5");
-        QVERIFY(!r.dv.setRate(33));
-        QCOMPARE(r.dv.rate(), -1);
-        QCOMPARE(r.chip.configureRequests(), 1);
-    }
-
-    void setRateTimesOutAfterTwoAttempts()
-    {
-        Rig r;
-        r.chip.setInitStatus(-1);
-        QVERIFY(r.open(false));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("attempt 1 timeout, no INIT ack")));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("attempt 2 timeout, no INIT ack")));
-        QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: both attempts timed out — chip init failed");
-        QVERIFY(!r.dv.setRate(33));
-        QCOMPARE(r.chip.configureRequests(), 2);
-        QVERIFY(!r.dv.setRate(77));
+        if (initStatus == 0) {
+            r.chip.sendRaw(QByteArray::fromHex("0102030405"));
+            QTest::ignoreMessage(QtDebugMsg, "Dv3000 setRate attempt 1 pre-drain skipping 5 B: 01 02 03 04 05");
+        } else if (initStatus > 0) {
+            QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: chip REJECTED ConfigureChannel with status=0x 5");
+        } else {
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("attempt [12] timeout, no INIT ack"));
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("attempt [12] timeout, no INIT ack"));
+            QTest::ignoreMessage(QtWarningMsg, "Dv3000 setRate: both attempts timed out — chip init failed");
+        }
+        QCOMPARE(r.dv.setRate(33), ok);
+        QCOMPARE(r.dv.rate(), ok ? 33 : -1);
+        QCOMPARE(r.chip.configureRequests(), attempts);
     }
 
     void recoversAndDecodesTheNextStream_data()
@@ -330,14 +319,14 @@ private slots:
         QCOMPARE(r.chip.packetsReceived(1), 4);
     }
 
-    void speechRoundTripOverSerial()
+    // Speech to a frame and back, queued over serial, then blocking; a late answer gives nothing.
+    void speechBothWays()
     {
         Rig r;
         QVERIFY(r.open(true));
         QSignalSpy ambe(&r.dv, &Dv3000::ambeFrameReady);
         QSignalSpy pcm(&r.dv, &Dv3000::pcmFrameReady);
-        const QByteArray tone = SimulatedAmbeChip::sine(12000, 440);
-        r.dv.postSpeech(tone);
+        r.dv.postSpeech(SimulatedAmbeChip::sine(12000, 440));
         QTRY_COMPARE(ambe.count(), 1);
         const QByteArray frame = ambe.at(0).at(0).toByteArray();
         QCOMPARE(frame.size(), 9);
@@ -346,24 +335,15 @@ private slots:
         const SimulatedAmbeChip::Tone heard = SimulatedAmbeChip::analyse(pcm.at(0).at(0).toByteArray());
         QVERIFY2(qAbs(heard.level - 12000) <= 16, qPrintable(QString::number(heard.level)));
         QVERIFY2(qAbs(heard.frequency - 440) <= 10, qPrintable(QString::number(heard.frequency)));
-    }
 
-    void blockingCalls()
-    {
-        Rig r;
-        QVERIFY(r.open(false));
         const QByteArray tone = SimulatedAmbeChip::sine(6000, 700);
-        const QByteArray frame = r.dv.encodeSpeech(reinterpret_cast<const qint16*>(tone.constData()));
-        QCOMPARE(frame.size(), 9);
-        const QByteArray pcm = r.dv.decodeChannel(frame, 72);
-        QCOMPARE(pcm.size(), 320);
-        QVERIFY(qAbs(SimulatedAmbeChip::analyse(pcm).frequency - 700) <= 10);
-        const QByteArray batch = r.dv.decodeBatch({frame, QByteArray(), frame, frame}, 72);
-        QCOMPARE(batch.size(), 3 * 320);
-        // A chip that answers late gives an empty result, and says so.
+        const QByteArray coded = r.dv.encodeSpeech(reinterpret_cast<const qint16*>(tone.constData()));
+        QCOMPARE(coded.size(), 9);
+        QVERIFY(qAbs(SimulatedAmbeChip::analyse(r.dv.decodeChannel(coded, 72)).frequency - 700) <= 10);
+        QCOMPARE(r.dv.decodeBatch({coded, QByteArray(), coded, coded}, 72).size(), 3 * 320);
         r.chip.setDelay(200);
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^Dv3000 decode: no PKT_SPEECH reply")));
-        QVERIFY(r.dv.decodeChannel(frame, 72).isEmpty());
+        QVERIFY(r.dv.decodeChannel(coded, 72).isEmpty());
     }
 };
 

@@ -250,18 +250,6 @@ private slots:
         QTRY_COMPARE(pool.readyCount(), 1);
         QVERIFY(pool.acquire(33));
     }
-
-    void workerThreadIsNamed()
-    {
-        SimulatedAmbeChip remote;
-        setHardware({server(remote.listenUdp())});
-        Dv3000Pool pool;
-        pool.setPortLister([] { return QStringList(); });
-        QSignalSpy detected(&pool, &Dv3000Pool::chipDetected);
-        pool.rescan();
-        QVERIFY(detected.wait(5000));
-        QCOMPARE(detected.at(0).at(0).value<Dv3000*>()->thread()->objectName(), QStringLiteral("dv3000-worker"));
-    }
 };
 
 ZL_THREADED_TEST_MAIN(QCoreApplication, TestDv3000Pool)

@@ -18,7 +18,7 @@ QByteArray be32(quint32 value)
 
 HomebrewMaster::HomebrewMaster(QObject* parent) : QObject(parent)
 {
-    connect(&socket, &QUdpSocket::readyRead, this, &HomebrewMaster::onReadyRead);
+    connect(&socket, &QUdpSocket::readyRead, this, [this] { onReadyRead(); });
 }
 
 bool HomebrewMaster::listen()
@@ -83,7 +83,6 @@ void HomebrewMaster::onReadyRead()
             continue;
         data.truncate(n);
         log.append({data, fromPort, now()});
-        emit datagramReceived(data);
         if (!silent)
             handle(data, from, fromPort);
     }

@@ -17,8 +17,6 @@
 // peer with bytes 11 to 14 set to the receiver's peer-ID, never back to the sender. Every datagram
 // is recorded with its arrival time, so that tests can check what a client sent and when.
 class HomebrewMaster : public QObject {
-    Q_OBJECT
-
 public:
     struct Datagram {
         QByteArray data;
@@ -54,9 +52,6 @@ public:
     // Recorded datagrams starting with the tag ("RPTL", "RPTPING", ...). RPTC does not match RPTCL.
     QList<Datagram> receivedWith(const QByteArray& tag) const;
     void clearLog() { log.clear(); }
-
-signals:
-    void datagramReceived(const QByteArray& data);
 
 private:
     enum class Stage { Challenged, Authenticated, Configured };

@@ -30,16 +30,7 @@ constexpr quint32 frameMark = 0x15A5A5A;
 
 int lineBaud(speed_t speed)
 {
-    switch (speed) {
-    case B115200:
-        return 115200;
-    case B230400:
-        return 230400;
-    case B460800:
-        return 460800;
-    default:
-        return int(speed);
-    }
+    return speed == B115200 ? 115200 : speed == B230400 ? 230400 : speed == B460800 ? 460800 : int(speed);
 }
 
 QByteArray packet(quint8 type, const QByteArray& fields)
@@ -82,6 +73,13 @@ public:
     Transport lastTransport = Udp;
     QList<QPair<Transport, QByteArray>> held;
     double phase = 0;
+
+    template <typename F>
+    auto locked(F&& f) const
+    {
+        const std::lock_guard lock(mutex);
+        return f();
+    }
 
     template <typename F>
     void run(F&& f)
@@ -216,26 +214,19 @@ public:
                     fields += QByteArray::fromHex("31") + versionText;
                 i += 1;
                 break;
-            case 0x40: // channel select
-                fields += QByteArray::fromHex("4000");
-                i += 1;
-                break;
             case 0x0A: // rate by parameter words
                 rateWords = pkt.mid(i + 1, 12);
-                fields += QByteArray::fromHex("0A00");
-                i += 13;
-                break;
+                [[fallthrough]];
+            case 0x40: // channel select
             case 0x32: // companding
-                fields += QByteArray::fromHex("3200");
-                i += 2;
-                break;
             case 0x05:
             case 0x06:
             case 0x15:
             case 0x16:
             case 0x4B:
+                // Each is answered with its code and status 0; the field lengths differ.
                 fields.append(char(code)).append('\0');
-                i += 3;
+                i += code == 0x0A ? 13 : code == 0x40 ? 1 : code == 0x32 ? 2 : 3;
                 break;
             case 0x0B: // init
                 ++configures;
@@ -331,26 +322,22 @@ QString SimulatedAmbeChip::openPty()
 
 void SimulatedAmbeChip::setDelay(int ms)
 {
-    const std::lock_guard lock(engine->mutex);
-    engine->delayMs = ms;
+    engine->locked([&] { engine->delayMs = ms; });
 }
 
 void SimulatedAmbeChip::setIdentityReplies(IdentityReplies replies)
 {
-    const std::lock_guard lock(engine->mutex);
-    engine->identity = replies;
+    engine->locked([&] { engine->identity = replies; });
 }
 
 void SimulatedAmbeChip::setInitStatus(int status)
 {
-    const std::lock_guard lock(engine->mutex);
-    engine->initStatus = status;
+    engine->locked([&] { engine->initStatus = status; });
 }
 
 void SimulatedAmbeChip::dropReplies(int n)
 {
-    const std::lock_guard lock(engine->mutex);
-    engine->toDrop = n;
+    engine->locked([&] { engine->toDrop = n; });
 }
 
 void SimulatedAmbeChip::setHoldReplies(bool hold)
@@ -374,32 +361,27 @@ void SimulatedAmbeChip::sendRaw(const QByteArray& bytes)
 
 int SimulatedAmbeChip::packetsReceived(int type) const
 {
-    const std::lock_guard lock(engine->mutex);
-    return type >= 0 && type <= 2 ? engine->received[type] : 0;
+    return engine->locked([&] { return type >= 0 && type <= 2 ? engine->received[type] : 0; });
 }
 
 int SimulatedAmbeChip::productIdRequests() const
 {
-    const std::lock_guard lock(engine->mutex);
-    return engine->productIds;
+    return engine->locked([&] { return engine->productIds; });
 }
 
 int SimulatedAmbeChip::configureRequests() const
 {
-    const std::lock_guard lock(engine->mutex);
-    return engine->configures;
+    return engine->locked([&] { return engine->configures; });
 }
 
 QByteArray SimulatedAmbeChip::lastRateWords() const
 {
-    const std::lock_guard lock(engine->mutex);
-    return engine->rateWords;
+    return engine->locked([&] { return engine->rateWords; });
 }
 
 QList<int> SimulatedAmbeChip::probeBauds() const
 {
-    const std::lock_guard lock(engine->mutex);
-    return engine->bauds;
+    return engine->locked([&] { return engine->bauds; });
 }
 
 SimulatedAmbeChip::Tone SimulatedAmbeChip::analyse(const QByteArray& pcm)

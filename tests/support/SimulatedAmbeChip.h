@@ -6,26 +6,12 @@
 
 #include <memory>
 
-// A simulated AMBE-3000 vocoder chip for tests. It speaks the chip's serial packet protocol
-// (0x61, 16-bit LEN of which 12 bits count, type, fields) on two transports at once:
-//   - UDP on 127.0.0.1, as an AMBEserver does: listenUdp() returns the port;
-//   - a pseudo-terminal: openPty() returns the slave device (e.g. /dev/pts/7), which the
-//     code under test opens as a serial port; the line settings it chose can be observed.
-// The chip runs on its own thread, so it answers while the caller blocks in a wait.
-//
-// What it answers:
-//   reset (0x33)             -> PKT_READY (control 0x39)
-//   product id (0x30)        -> "AMBE3000R"   (see setIdentityReplies)
-//   version (0x31)           -> a version text
-//   configure packet         -> a status per field, init (0x0B) with initStatus()
-//   PKT_CHANNEL (9 bytes)    -> PKT_SPEECH, 160 samples
-//   PKT_SPEECH (160 samples) -> PKT_CHANNEL, 72 bits
-//
-// Its codec keeps audio recognisable end to end: a speech frame becomes a valid 72-bit AMBE
-// frame whose parameters carry the frame's peak level and dominant frequency, and such a
-// frame decodes to a sine of that level and frequency (phase continuous across frames).
-// Any other frame decodes to silence. encodeFrame, decodeFrame and analyse are the same
-// codec for tests to build input and to check output.
+// A simulated AMBE-3000 vocoder chip on its own thread, speaking the chip's serial packet protocol
+// both over UDP on 127.0.0.1, as an AMBEserver does, and over a pseudo-terminal. It answers reset,
+// product id, version and configure packets, and turns channel packets into speech and back with a
+// codec that keeps audio recognisable: a speech frame becomes a valid 72-bit frame carrying its peak
+// level and dominant frequency, which decodes to a sine of that level and frequency. Any other frame
+// decodes to silence. encodeFrame, decodeFrame and analyse are that codec, for building and checking.
 class SimulatedAmbeChip {
 public:
     enum class IdentityReplies {
