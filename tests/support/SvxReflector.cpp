@@ -401,8 +401,10 @@ void SvxReflector::onUdp()
             QByteArray tag = data.mid(header, 8);
             bool ok = false;
             inner = gcm(false, from->udpKey, iv, data.left(header), data.mid(header + 8), tag, ok);
-            if (!ok)
+            const quint32 counter = qFromBigEndian<quint32>(data.constData());
+            if (!ok || (!initial && counter <= from->rxCounter))
                 continue;
+            from->rxCounter = counter;
         }
         if (!from || inner.size() < 2)
             continue;

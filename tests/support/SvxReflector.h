@@ -46,6 +46,7 @@ public:
         QByteArray ivRand;
         QString nodeInfo;
         quint32 txCounter = 1;
+        quint32 rxCounter = 0; // highest counter opened; a datagram not above it is a replay
         QByteArray csr;
         QList<QByteArray> sentDatagrams; // as they went out, sealed in version 3
     };
