@@ -158,8 +158,7 @@ private slots:
 
     void gsmShortFrameIsPadded()
     {
-        // The codec itself is checked against libgsm by the QSO suite; a frame cut short is
-        // padded, not read past its end.
+        // A frame cut short is padded, not read past its end.
         QCOMPARE(GsmCodec().decode(QByteArray(5, '\xD0')).size(), 320);
     }
 };

@@ -178,15 +178,11 @@ private slots:
         QTRY_COMPARE(server.received.size(), 3);
         QTest::qWait(50);
         QCOMPARE(server.received.size(), 3);
-        QList<Frame> dtmf;
+        QString digits;
         for (const Frame& f : server.received)
-            if (f.type == 1)
-                dtmf.append(f);
-        QCOMPARE(dtmf.size(), 3);
-        QCOMPARE(dtmf.at(0).subclass, quint8(0x2A));
-        QCOMPARE(dtmf.at(1).subclass, quint8(0x37));
-        QCOMPARE(dtmf.at(2).subclass, quint8(0x30));
-        QCOMPARE(quint8(dtmf.at(1).oseq - dtmf.at(0).oseq), quint8(1));
+            digits += f.type == 1 ? QChar(f.subclass) : u'?';
+        QCOMPARE(digits, QStringLiteral("*70"));
+        QCOMPARE(quint8(server.received.at(1).oseq - server.received.at(0).oseq), quint8(1));
         QCOMPARE(client.state(), State::Up); // the echoed digits change nothing
 
         // PING gets PONG without ACK, LAGRQ gets LAGRP, POKE gets PONG.

@@ -34,29 +34,12 @@ private slots:
         QVERIFY(probe.bind(QHostAddress::LocalHost, 0));
         const quint16 probePort = probe.localPort();
         QProcess capture;
-        capture.start(tshark, {"-i",
-                               "lo",
-                               "-l",
-                               "-f",
-                               QStringLiteral("udp port %1 or udp port %2").arg(server.port()).arg(probePort),
-                               "-a",
-                               "duration:60",
-                               "-d",
-                               QStringLiteral("udp.port==%1,iax2").arg(server.port()),
-                               "-T",
-                               "fields",
-                               "-E",
-                               "separator=|",
-                               "-e",
-                               "udp.dstport",
-                               "-e",
-                               "frame.protocols",
-                               "-e",
-                               "iax2.packet_type",
-                               "-e",
-                               "_ws.malformed",
-                               "-e",
-                               "_ws.expert.severity"});
+        const QString filter = QStringLiteral("udp port %1 or udp port %2").arg(server.port()).arg(probePort);
+        const QString decodeAs = QStringLiteral("udp.port==%1,iax2").arg(server.port());
+        capture.start(tshark, QStringList{"-i", "lo", "-l", "-f", filter, "-a", "duration:60", "-d", decodeAs} +
+                                  QString("-T fields -E separator=| -e udp.dstport -e frame.protocols -e "
+                                          "iax2.packet_type -e _ws.malformed -e _ws.expert.severity")
+                                      .split(' '));
         QVERIFY(capture.waitForStarted(5000));
         // Killed by its id at any early return, so that no capture outlives the test.
         const auto stopCapture = qScopeGuard([&] {

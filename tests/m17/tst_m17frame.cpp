@@ -1,6 +1,5 @@
-// Frame, address and CRC coding of the M17 network, checked against the M17 specification
-// (spec.m17project.org: "Address Encoding" appendix and the CRC section) and the catalogue
-// entry CRC-16/M17 (check value 0x772B for "123456789").
+// Frame, address and CRC coding of the M17 network against the published address encoding and
+// the catalogue entry CRC-16/M17 (check value 0x772B for "123456789").
 #include "m17/M17Callsign.h"
 #include "m17/M17Crc.h"
 #include "m17/M17StreamFrame.h"

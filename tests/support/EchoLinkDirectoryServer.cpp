@@ -25,7 +25,6 @@ void EchoLinkDirectoryServer::onNewConnection()
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
             const QByteArray request = socket->readAll();
             requests.append(request);
-            emit requestReceived(request);
             // A registration ends with its third CR; the list request is the single "s".
             if (request.startsWith('l'))
                 socket->write(registrationReply);

@@ -30,9 +30,6 @@ public:
 
     QList<QByteArray> requests; // every request, as received
 
-signals:
-    void requestReceived(const QByteArray& request);
-
 private:
     void onNewConnection();
 

@@ -8,8 +8,7 @@
 
 EchoLinkPeer::EchoLinkPeer(const QHostAddress& address, quint16 audioPortNumber, quint16 ctrlPortNumber,
                            QObject* parent)
-    : QObject(parent), audioPort(audioPortNumber), ctrlPort(ctrlPortNumber), encoder(gsm_create()),
-      decoder(gsm_create())
+    : QObject(parent), audioPort(audioPortNumber), ctrlPort(ctrlPortNumber), encoder(gsm_create())
 {
     bound = audio.bind(address, audioPort) && ctrl.bind(address, ctrlPort);
     connect(&audio, &QUdpSocket::readyRead, this, [this] {
@@ -22,7 +21,7 @@ EchoLinkPeer::EchoLinkPeer(const QHostAddress& address, quint16 audioPortNumber,
             const QByteArray data = datagram.data();
             ctrlReceived.append(data);
             if (answerSdes && data.size() > 9 && quint8(data.at(9)) == 202)
-                sendSdes(datagram.senderAddress());
+                connectTo(datagram.senderAddress());
         }
     });
 }
@@ -30,7 +29,6 @@ EchoLinkPeer::EchoLinkPeer(const QHostAddress& address, quint16 audioPortNumber,
 EchoLinkPeer::~EchoLinkPeer()
 {
     gsm_destroy(encoder);
-    gsm_destroy(decoder);
 }
 
 quint16 EchoLinkPeer::freePortPair(const QHostAddress& other)
@@ -66,11 +64,6 @@ QByteArray EchoLinkPeer::controlPacket(quint8 kind) const
 
 void EchoLinkPeer::connectTo(const QHostAddress& node)
 {
-    sendSdes(node);
-}
-
-void EchoLinkPeer::sendSdes(const QHostAddress& node)
-{
     ctrl.writeDatagram(controlPacket(202), node, ctrlPort);
 }
 
@@ -97,17 +90,4 @@ QByteArray EchoLinkPeer::gsmPacket(const QByteArray& pcm640)
         packet.append(reinterpret_cast<const char*>(out), 33);
     }
     return packet;
-}
-
-QByteArray EchoLinkPeer::decodePacket(const QByteArray& packet)
-{
-    QByteArray pcm;
-    for (int frame = 0; frame < 4 && 12 + (frame + 1) * 33 <= packet.size(); ++frame) {
-        gsm_byte in[33];
-        memcpy(in, packet.constData() + 12 + frame * 33, 33);
-        gsm_signal samples[160];
-        gsm_decode(decoder, in, samples);
-        pcm.append(reinterpret_cast<const char*>(samples), sizeof samples);
-    }
-    return pcm;
 }

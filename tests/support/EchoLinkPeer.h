@@ -8,9 +8,8 @@
 
 struct gsm_state;
 
-// A loopback EchoLink node on its own address (127.0.0.2 and up) and the shared port pair.
-// It answers an SDES with its own SDES (unless muted), sends GSM audio, text and BYE on
-// demand, and keeps everything it receives.
+// A loopback EchoLink node on its own address (127.0.0.2 and up) and the shared port pair: it
+// answers an SDES with its own (unless muted), sends GSM audio, text and BYE, keeps what it gets.
 class EchoLinkPeer : public QObject {
     Q_OBJECT
 
@@ -25,13 +24,10 @@ public:
     void setAnswerSdes(bool on) { answerSdes = on; }
     void setName(const QByteArray& callsignAndName) { sdesName = callsignAndName; }
     void connectTo(const QHostAddress& node); // sends one SDES
-    void sendSdes(const QHostAddress& node);
     void sendBye(const QHostAddress& node);
     void sendAudio(const QHostAddress& node, const QByteArray& datagram);
     // Encodes 640 samples (80 ms) with the node's own GSM encoder into one audio packet.
     QByteArray gsmPacket(const QByteArray& pcm640);
-    // Decodes the four frames of a received audio packet.
-    QByteArray decodePacket(const QByteArray& packet);
 
     QList<QByteArray> audioReceived;
     QList<QByteArray> ctrlReceived;
@@ -48,5 +44,4 @@ private:
     QByteArray sdesName = "ZZ9ZZ          Zed";
     quint16 sequence = 0;
     gsm_state* encoder;
-    gsm_state* decoder;
 };

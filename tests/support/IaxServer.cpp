@@ -10,6 +10,11 @@ namespace {
 constexpr quint8 kNew = 1, kPing = 2, kPong = 3, kAck = 4, kHangup = 5, kReject = 6, kAccept = 7, kAuthReq = 8,
                  kAuthRep = 9, kCallToken = 40;
 
+QByteArray ie(quint8 type, const QByteArray& value)
+{
+    return QByteArray(1, char(type)) + char(value.size()) + value;
+}
+
 IaxServer::Frame decode(const QByteArray& d)
 {
     IaxServer::Frame f;
@@ -41,11 +46,6 @@ IaxServer::IaxServer(QObject* parent) : QObject(parent)
 {
     socket.bind(QHostAddress::LocalHost, 0);
     connect(&socket, &QUdpSocket::readyRead, this, &IaxServer::onReadyRead);
-}
-
-QByteArray IaxServer::ie(quint8 type, const QByteArray& value)
-{
-    return QByteArray(1, char(type)) + char(value.size()) + value;
 }
 
 void IaxServer::sendFull(quint8 type, quint8 subclass, const QByteArray& payload, quint32 timestamp)

@@ -43,8 +43,6 @@ public:
     void sendRaw(const QByteArray& datagram);
     void sendMini(const QByteArray& audio);
 
-    static QByteArray ie(quint8 type, const QByteArray& value);
-
     QList<Frame> received;
     quint16 ourCall = 0x1234;
     QByteArray token = "tok-5678";

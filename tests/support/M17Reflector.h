@@ -29,7 +29,6 @@ public:
     quint16 port() const { return socket.localPort(); }
     const QList<Client>& clients() const { return linked; }
     void setPingInterval(int ms) { pingTimer.setInterval(ms); }
-    void setDropAfter(int ms) { dropAfterMs = ms; }
     // A silent reflector neither answers nor pings: clients see it as gone.
     void setSilent(bool on) { silent = on; }
     // Sends DISC to every client and forgets them, as a reflector going down does.

@@ -45,7 +45,6 @@ void NxdnReflector::onReadyRead()
         } else if (data.size() == 17 && data.startsWith("NXDNU") && at >= 0) {
             linked.removeAt(at);
         } else if (data.size() == 43 && data.startsWith("NXDND") && at >= 0) {
-            relayed.append(data);
             for (qsizetype i = 0; i < linked.size(); ++i) {
                 if (i != at)
                     sendTo(linked.at(i), data);

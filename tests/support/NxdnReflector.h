@@ -23,14 +23,13 @@ public:
 
     quint16 port() const { return socket.localPort(); }
     const QList<Client>& clients() const { return linked; }
-    void sendTo(const Client& client, const QByteArray& data);
     // Tells every client it is unlinked and forgets them, as a reflector restart does.
     void unlinkAll();
 
     QList<QByteArray> received;
-    QList<QByteArray> relayed;
 
 private:
+    void sendTo(const Client& client, const QByteArray& data);
     void onReadyRead();
 
     quint16 tg;

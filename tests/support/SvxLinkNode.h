@@ -27,7 +27,6 @@ public:
     bool start();
     // SIGTERM to the process started here, by its id; it says goodbye to its peers.
     void terminate();
-    qint64 pid() const { return process.processId(); }
 
     // 16 kHz little-endian samples into its receiver.
     void sendToReceiver(const QByteArray& pcm16k);

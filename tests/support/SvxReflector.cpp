@@ -110,31 +110,6 @@ QByteArray gcm(bool seal, const QByteArray& key, const QByteArray& iv, const QBy
 
 } // namespace
 
-QByteArray SvxReflector::u16(quint16 v)
-{
-    QByteArray b(2, '\0');
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-QByteArray SvxReflector::u32(quint32 v)
-{
-    QByteArray b(4, '\0');
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-QByteArray SvxReflector::str(const QString& s)
-{
-    const QByteArray utf8 = s.toUtf8();
-    return u16(quint16(utf8.size())) + utf8;
-}
-
-QByteArray SvxReflector::frame(quint16 type, const QByteArray& payload)
-{
-    return u32(quint32(payload.size() + 2)) + u16(type) + payload;
-}
-
 SvxReflector::SvxReflector(QObject* parent) : QObject(parent), server(new PlainFirstServer(this))
 {
     server->listen(QHostAddress::LocalHost, 0);
@@ -151,13 +126,6 @@ SvxReflector::~SvxReflector()
         n->socket->disconnect(this);
         delete n;
     }
-}
-
-void SvxReflector::setHeartbeatInterval(int ms)
-{
-    heartbeat.stop();
-    if (ms > 0)
-        heartbeat.start(ms);
 }
 
 SvxReflector::Node* SvxReflector::node(const QString& callsign) const
@@ -209,11 +177,6 @@ void SvxReflector::send(Node* n, quint16 type, const QByteArray& payload)
 {
     if (!tcpSilent)
         n->socket->write(frame(type, payload));
-}
-
-void SvxReflector::sendRaw(Node* n, const QByteArray& bytes)
-{
-    n->socket->write(bytes);
 }
 
 void SvxReflector::broadcast(quint16 type, const QByteArray& payload)
@@ -401,8 +364,10 @@ void SvxReflector::onUdp()
             QByteArray tag = data.mid(header, 8);
             bool ok = false;
             inner = gcm(false, from->udpKey, iv, data.left(header), data.mid(header + 8), tag, ok);
-            if (!ok)
+            const quint32 counter = qFromBigEndian<quint32>(data.constData());
+            if (!ok || (!initial && counter <= from->rxCounter))
                 continue;
+            from->rxCounter = counter;
         }
         if (!from || inner.size() < 2)
             continue;
@@ -446,11 +411,6 @@ void SvxReflector::handleUdp(Node* n, quint16 type, const QByteArray& payload)
 void SvxReflector::sendAudio(Node* n, const QByteArray& opusPacket)
 {
     sendUdp(n, UdpAudio, u16(quint16(opusPacket.size())) + opusPacket);
-}
-
-void SvxReflector::sendUdpRaw(Node* n, const QByteArray& datagram)
-{
-    udp.writeDatagram(datagram, n->udpAddress, n->udpPort);
 }
 
 void SvxReflector::sendUdp(Node* n, quint16 type, const QByteArray& payload)

@@ -7,15 +7,11 @@
 #include <QHostAddress>
 #include <QList>
 #include <QObject>
-#include <QSet>
+#include <QSslSocket>
 #include <QStringList>
 #include <QTcpServer>
 #include <QTimer>
 #include <QUdpSocket>
-
-#include <memory>
-
-class QSslSocket;
 
 // A loopback SvxLink reflector speaking protocol versions 2 and 3 as the SvxLink reflector
 // does. Control frames are a u32 length, a u16 type and the payload, all big-endian.
@@ -46,6 +42,7 @@ public:
         QByteArray ivRand;
         QString nodeInfo;
         quint32 txCounter = 1;
+        quint32 rxCounter = 0; // highest counter opened; a datagram not above it is a replay
         QByteArray csr;
         QList<QByteArray> sentDatagrams; // as they went out, sealed in version 3
     };
@@ -70,16 +67,16 @@ public:
     void setTcpSilent(bool on) { tcpSilent = on; }
     void setUdpSilent(bool on) { udpSilent = on; }
     // Reflector heartbeats on TCP and UDP; 0 switches them off.
-    void setHeartbeatInterval(int ms);
+    void setHeartbeatInterval(int ms) { ms > 0 ? heartbeat.start(ms) : heartbeat.stop(); }
 
     QList<Node*> nodes() const { return connected; }
     Node* node(const QString& callsign) const;
     // Frames and raw bytes to every logged-in node, or to one.
     void broadcast(quint16 type, const QByteArray& payload);
-    void sendRaw(Node* n, const QByteArray& bytes);
+    void sendRaw(Node* n, const QByteArray& bytes) { n->socket->write(bytes); }
     // Opus audio of a station that isn't a node of ours, heard on talk group tg.
     void sendAudio(Node* n, const QByteArray& opusPacket);
-    void sendUdpRaw(Node* n, const QByteArray& datagram);
+    void sendUdpRaw(Node* n, const QByteArray& datagram) { udp.writeDatagram(datagram, n->udpAddress, n->udpPort); }
     // Drops every connection, as a restart of the reflector does.
     void dropAll();
 
@@ -88,10 +85,13 @@ public:
     QList<QByteArray> receivedAudio;     // Opus packets of audio messages, any node
     QStringList talkerLog;               // "start tg callsign" / "stop tg callsign"
 
-    static QByteArray frame(quint16 type, const QByteArray& payload);
-    static QByteArray str(const QString& s);
-    static QByteArray u16(quint16 v);
-    static QByteArray u32(quint32 v);
+    static QByteArray u16(quint16 v) { return QByteArray(1, char(v >> 8)) + char(v); }
+    static QByteArray u32(quint32 v) { return u16(quint16(v >> 16)) + u16(quint16(v)); }
+    static QByteArray str(const QString& s) { return u16(quint16(s.toUtf8().size())) + s.toUtf8(); }
+    static QByteArray frame(quint16 type, const QByteArray& payload)
+    {
+        return u32(quint32(payload.size() + 2)) + u16(type) + payload;
+    }
 
 signals:
     void nodeLoggedIn(const QString& callsign);

@@ -43,7 +43,6 @@ void YsfReflector::onReadyRead()
         } else if (data.size() == 14 && data.startsWith("YSFU") && at >= 0) {
             linked.removeAt(at);
         } else if (data.size() == 155 && data.startsWith("YSFD") && at >= 0) {
-            relayed.append(data);
             for (qsizetype i = 0; i < linked.size(); ++i) {
                 if (i != at)
                     sendTo(linked.at(i), data);

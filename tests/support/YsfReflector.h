@@ -27,12 +27,11 @@ public:
     quint16 port() const { return socket.localPort(); }
     const QList<Client>& clients() const { return linked; }
     void setPollInterval(int ms) { pollTimer.setInterval(ms); }
-    void sendTo(const Client& client, const QByteArray& data);
 
     QList<QByteArray> received;
-    QList<QByteArray> relayed;
 
 private:
+    void sendTo(const Client& client, const QByteArray& data);
     void onReadyRead();
     void onPollTick();
 

@@ -45,7 +45,7 @@ private slots:
     {
         QTest::addColumn<QList<quint32>>("counters");
         QTest::addColumn<QString>("accepted");
-        QTest::newRow("in order, then a repeat") << QList<quint32>{1, 2, 3, 3} << "1110";
+        QTest::newRow("in order, then repeats") << QList<quint32>{1, 2, 3, 3, 2} << "11100";
         QTest::newRow("late inside the window") << QList<quint32>{10, 5, 5, 9} << "1101";
         QTest::newRow("edge of the window") << QList<quint32>{100, 37, 36} << "110";
         QTest::newRow("jump past the window") << QList<quint32>{1, 200, 137, 136, 1} << "11100";
