@@ -1,4 +1,5 @@
 #include "ProgramSandbox.h"
+#include "TempConfigHome.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -61,7 +62,10 @@ QString ProgramSandbox::configFile() const
 
 void ProgramSandbox::writeConfig(const QJsonObject& config)
 {
-    writeConfigBytes(QJsonDocument(config).toJson());
+    QJsonObject withDirectories = config;
+    if (!withDirectories.contains(QStringLiteral("directories")))
+        withDirectories.insert(QStringLiteral("directories"), TempConfigHome::offlineDirectories());
+    writeConfigBytes(QJsonDocument(withDirectories).toJson());
 }
 
 void ProgramSandbox::writeConfigBytes(const QByteArray& bytes)
