@@ -353,6 +353,17 @@ private slots:
         }
     }
 
+    void shippedListUntilTheFirstDownload()
+    {
+        QFile::remove(ServerRegistry::cachePath("M17"));
+        const QList<ServerEntry> shipped = ServerRegistry("M17").official();
+        QCOMPARE(shipped.size(), 147);
+        QCOMPARE(shipped.first().id, QString("m17-M17-000"));
+        QCOMPARE(shipped.first().host, QString("81.231.241.25"));
+        writeAll(ServerRegistry::cachePath("M17"), json(parseHostList(*hostSourceFor("M17"), m17Hosts(3))));
+        QCOMPARE(ServerRegistry("M17").official().size(), 3);
+    }
+
     void freshListsAreNotFetchedAgain_data()
     {
         QTest::addColumn<QString>("name");
