@@ -109,6 +109,8 @@ void ProgramSandbox::writeConfigBytes(const QByteArray& bytes)
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write(bytes);
     file.close();
+    // A program given a configuration is one that runs its window.
+    seedDirectories(dir.filePath(QStringLiteral("cache/xx0abc/zephyrlake")));
     handOver(dir.path());
 }
 
@@ -125,8 +127,6 @@ void ProgramSandbox::handOver(const QString& path) const
 QProcess* ProgramSandbox::start(const QStringList& args, bool asRoot)
 {
     kill();
-    seedDirectories(dir.filePath(QStringLiteral("cache/xx0abc/zephyrlake")));
-    handOver(dir.path());
     proc = std::make_unique<QProcess>();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("HOME"), dir.filePath(QStringLiteral("home")));
