@@ -4,6 +4,7 @@
 #include "db/UserTable.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -45,7 +46,7 @@ void parseCsv(benchmark::State& state)
 }
 BENCHMARK(parseCsv)->Unit(benchmark::kMillisecond);
 
-// What the window does at start-up: UserDb reading both cache files.
+// What the window does at start-up: UserDb reading both cache files, until the table is in use.
 void loadAtStart(benchmark::State& state)
 {
     QTemporaryDir cache;
@@ -58,7 +59,9 @@ void loadAtStart(benchmark::State& state)
     for (auto _ : state) {
         zl::UserDb db;
         db.loadFromDisk();
-        benchmark::DoNotOptimize(db.userCount());
+        // Read on a worker; the table is in use once the window's loop has published it.
+        while (db.userCount() == 0)
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 }
 BENCHMARK(loadAtStart)->Unit(benchmark::kMillisecond);

@@ -5,6 +5,10 @@
 #include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QThread>
+
+#include <memory>
+#include <optional>
 
 namespace zl {
 
@@ -16,11 +20,12 @@ UserDb* current = nullptr;
 // way in would cost more than the reading.
 constexpr qsizetype kDmrRoom = 1 << 20;
 
-UserTable readTable(const QString& path, qsizetype room)
+// Nothing when the file cannot be opened: the table in memory then stays as it is.
+std::optional<UserTable> readTable(const QString& path, qsizetype room)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return {};
+        return std::nullopt;
     return UserTable::fromTsv(file.readAll(), room);
 }
 
@@ -36,10 +41,19 @@ UserDb::UserDb(QObject* parent) : QObject(parent), net(new QNetworkAccessManager
     current = this;
 }
 
+struct UserDb::Loaded {
+    std::optional<UserTable> dmr;
+    std::optional<UserTable> nxdn;
+};
+
 UserDb::~UserDb()
 {
     if (current == this)
         current = nullptr;
+    if (loader) {
+        loader->wait();
+        delete loader;
+    }
 }
 
 QString UserDb::dmrPath()
@@ -59,8 +73,32 @@ QString UserDb::baseUrl()
 
 void UserDb::loadFromDisk()
 {
-    dmr = readTable(dmrPath(), kDmrRoom);
-    nxdn = readTable(nxdnPath(), 0);
+    if (loader)
+        return;
+    auto loaded = std::make_shared<Loaded>();
+    loader = QThread::create([loaded, dmrFile = dmrPath(), nxdnFile = nxdnPath()] {
+        loaded->dmr = readTable(dmrFile, kDmrRoom);
+        loaded->nxdn = readTable(nxdnFile, 0);
+    });
+    QThread* thread = loader;
+    connect(thread, &QThread::finished, this, [this, thread, loaded, dmrSeen = dmrVersion, nxdnSeen = nxdnVersion] {
+        thread->deleteLater();
+        loader = nullptr;
+        publish(*loaded, dmrSeen, nxdnSeen);
+    });
+    thread->start();
+}
+
+void UserDb::publish(Loaded& loaded, quint64 dmrSeen, quint64 nxdnSeen)
+{
+    if (loaded.dmr && dmrSeen == dmrVersion)
+        dmr = std::move(*loaded.dmr);
+    if (loaded.nxdn && nxdnSeen == nxdnVersion)
+        nxdn = std::move(*loaded.nxdn);
+    if (announceWhenLoaded) {
+        announceWhenLoaded = false;
+        emit refreshed(int(dmr.size()));
+    }
 }
 
 void UserDb::refreshIfOlder(int hours)
@@ -68,14 +106,18 @@ void UserDb::refreshIfOlder(int hours)
     if (!isFresh(nxdnPath(), hours))
         download(Network::Nxdn, hours == 0);
     else if (nxdn.isEmpty())
-        nxdn = readTable(nxdnPath(), 0);
+        loadFromDisk();
 
     if (!isFresh(dmrPath(), hours)) {
         download(Network::Dmr, hours == 0);
         return;
     }
-    if (dmr.isEmpty())
-        dmr = readTable(dmrPath(), kDmrRoom);
+    // A fresh list not read yet is reported once it is.
+    if (dmr.isEmpty() || loader) {
+        announceWhenLoaded = true;
+        loadFromDisk();
+        return;
+    }
     emit refreshed(int(dmr.size()));
 }
 
@@ -109,6 +151,7 @@ void UserDb::onReply(Network network, QNetworkReply* reply, bool forced)
     }
     const QString path = isDmr ? dmrPath() : nxdnPath();
     table = std::move(fresh);
+    ++(isDmr ? dmrVersion : nxdnVersion);
     if (replaceFile(path, table.toTsv()))
         writeStamp(path);
     emit refreshed(int(table.size()));

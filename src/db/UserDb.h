@@ -3,10 +3,12 @@
 #include "db/UserTable.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 class QNetworkAccessManager;
 class QNetworkReply;
+class QThread;
 
 namespace zl {
 
@@ -21,7 +23,9 @@ public:
     explicit UserDb(QObject* parent = nullptr);
     ~UserDb() override;
 
-    // Fills both tables from the cache files.
+    // Fills both tables from the cache files. The files are read on a worker thread and the
+    // tables published here when done: a full DMR list takes long enough on a slow or busy
+    // machine to hold up the window, and until then lookups find nothing, as before any list.
     void loadFromDisk();
     // Downloads each list whose copy is older than `hours`; 0 downloads both, and then accepts
     // a list smaller than the one in use (the user asked for exactly this list).
@@ -47,12 +51,20 @@ signals:
 
 private:
     enum class Network { Dmr, Nxdn };
+    struct Loaded;
+    void publish(Loaded& loaded, quint64 dmrSeen, quint64 nxdnSeen);
     void download(Network network, bool forced);
     void onReply(Network network, QNetworkReply* reply, bool forced);
 
     QNetworkAccessManager* net;
     UserTable dmr;
     UserTable nxdn;
+    // Bumped whenever a download replaces a table, so that a slower read of the old file
+    // does not put the old list back.
+    quint64 dmrVersion = 0;
+    quint64 nxdnVersion = 0;
+    QPointer<QThread> loader;
+    bool announceWhenLoaded = false;
     int timeoutMs = 30000;
 };
 

@@ -47,6 +47,7 @@ private slots:
                                                                 {"password", "pw"},
                                                                 {"auto_connect", true}}}}});
         MainWindow w;
+        QTRY_COMPARE(zl::UserDb::instance()->userCount(), 1);
         QTRY_COMPARE_WITH_TIMEOUT(w.findChild<QLabel*>("dmrStatus")->text(), QString("1/1 peer connected"), 20000);
         master.sendToPeer(262123401, kit::dmrd(0, 2621234, 2621, 0xA1, 0x5eed0002, QByteArray(33, '\0')));
         auto* table = w.findChild<QTableWidget*>("lastHeard");
