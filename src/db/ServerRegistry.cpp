@@ -1,15 +1,16 @@
 #include "db/ServerRegistry.h"
 
+#include "app/AssetPath.h"
 #include "app/Config.h"
+#include "db/DirectoryCache.h"
+#include "db/HostListFormat.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
-#include <QStandardPaths>
 #include <QUuid>
 
 namespace zl {
@@ -52,9 +53,7 @@ ServerRegistry::ServerRegistry(const QString& mode, QObject* parent) : QObject(p
 
 QString ServerRegistry::cachePath(const QString& mode)
 {
-    const QString dir = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
-    QDir().mkpath(dir);
-    return dir + QLatin1Char('/') + fileName(mode);
+    return directoryCachePath(fileName(mode));
 }
 
 QString ServerRegistry::sharePath(const QString& mode)
@@ -62,19 +61,36 @@ QString ServerRegistry::sharePath(const QString& mode)
     return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/zephyrlake/servers/") + fileName(mode);
 }
 
+QJsonArray ServerRegistry::officialArray(const QString& mode)
+{
+    // Only a missing or unreadable cache file falls through to the installed list; a damaged
+    // one means an empty list until the next download replaces it.
+    QFile file(cachePath(mode));
+    if (!file.exists() || !file.open(QIODevice::ReadOnly)) {
+        file.setFileName(sharePath(mode));
+        if (!file.open(QIODevice::ReadOnly))
+            return shippedArray(mode);
+    }
+    return QJsonDocument::fromJson(file.readAll()).array();
+}
+
+QJsonArray ServerRegistry::shippedArray(const QString& mode)
+{
+    // A new user sees the servers of the snapshot that came with the program, in the published
+    // layout, until the first download.
+    const HostSource* source = hostSourceFor(mode);
+    if (!source)
+        return {};
+    QFile file(assetPath(source->file));
+    if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly))
+        return {};
+    return parseHostList(*source, file.readAll());
+}
+
 void ServerRegistry::loadOfficial()
 {
     officialList.clear();
-    // Only a missing or unreadable cache file falls through to the shipped list; a damaged
-    // one means an empty list until the next download replaces it.
-    QFile file(cachePath(modeName));
-    if (!file.exists() || !file.open(QIODevice::ReadOnly)) {
-        file.setFileName(sharePath(modeName));
-        if (!file.open(QIODevice::ReadOnly))
-            return;
-    }
-    const QJsonArray array = QJsonDocument::fromJson(file.readAll()).array();
-    for (const QJsonValue& v : array)
+    for (const QJsonValue& v : officialArray(modeName))
         officialList.append(entryFromJson(v.toObject(), true));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -20,6 +21,8 @@ struct ServerEntry {
 // The servers of one mode: the official list (cache folder first, then the shipped copy)
 // followed by the user's own, and which of them the user ticked. A short-lived snapshot:
 // construct one, read or change it, throw it away. Every change is saved at once.
+// The official list is the last download (HostListSync), else the installed copy, else the
+// published list shipped with the program.
 class ServerRegistry : public QObject {
     Q_OBJECT
 
@@ -40,6 +43,10 @@ public:
     // Where the official list of a mode is looked for, in order.
     static QString cachePath(const QString& mode);
     static QString sharePath(const QString& mode);
+    // The official list of a mode: the cache copy, else the installed one, else the snapshot of
+    // the published list shipped with the program.
+    static QJsonArray officialArray(const QString& mode);
+    static QJsonArray shippedArray(const QString& mode);
 
 signals:
     void changed();

@@ -4,6 +4,7 @@
 #include "dmr/DmrPeerManager.h"
 #include "ui/FieldCheck.h"
 #include "ui/SettingsFields.h"
+#include "ui/TgListDialog.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -81,7 +82,17 @@ DmrPeerCard::DmrPeerCard(QWidget* parent)
     zl::ui::addFieldCheck(server, form, checkServer);
     password = field(QStringLiteral("peerPassword"), QStringLiteral("Password"), form);
     zl::ui::maskWithShowToggle(password);
-    activeTg = field(QStringLiteral("peerTg"), QStringLiteral("Talkgroup"), form);
+    activeTg = new QLineEdit;
+    activeTg->setObjectName(QStringLiteral("peerTg"));
+    connect(activeTg, &QLineEdit::textEdited, this, &DmrPeerCard::onAnyFieldChanged);
+    auto* tgRow = new QHBoxLayout;
+    tgRow->addWidget(activeTg, 1);
+    auto* tgList = new QPushButton(QStringLiteral("TG list"));
+    tgList->setObjectName(QStringLiteral("peerTgList"));
+    tgList->setToolTip(QStringLiteral("Pick from the talkgroup list of this peer's network."));
+    tgRow->addWidget(tgList);
+    form->addRow(QStringLiteral("Talkgroup"), tgRow);
+    connect(tgList, &QPushButton::clicked, this, &DmrPeerCard::onTgListClicked);
     rxFreq = field(QStringLiteral("peerRxFreq"), QStringLiteral("RX frequency (Hz)"), form);
     txFreq = field(QStringLiteral("peerTxFreq"), QStringLiteral("TX frequency (Hz)"), form);
     duplex->setObjectName(QStringLiteral("peerDuplex"));
@@ -222,6 +233,17 @@ void DmrPeerCard::onMasterPicked(int comboIndex)
     network->setText(masterGroup->currentText());
     server->setText(master->itemData(comboIndex).toString());
     onAnyFieldChanged();
+}
+
+void DmrPeerCard::onTgListClicked()
+{
+    auto* dialog = new zl::ui::TgListDialog(network->text().trimmed(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &zl::ui::TgListDialog::talkgroupChosen, this, [this](uint id) {
+        activeTg->setText(QString::number(id));
+        onAnyFieldChanged();
+    });
+    dialog->open();
 }
 
 void DmrPeerCard::onDeleteClicked()

@@ -33,6 +33,7 @@ private slots:
     void onRxFreqChanged();
     void onMasterGroupPicked(int comboIndex);
     void onMasterPicked(int comboIndex);
+    void onTgListClicked();
     void onDeleteClicked();
 
 private:

@@ -5,6 +5,10 @@
 #include "app/ThreadHandOff.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
+#include "db/HostListSync.h"
+#include "db/RepeaterDb.h"
+#include "db/TgListSync.h"
+#include "db/UserDb.h"
 #include "dmr/DmrPeerManager.h"
 #include "dmr/DmrVoiceEncoder.h"
 #include "dmr/Peer.h"
@@ -214,8 +218,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
 
     setCentralWidget(central);
     buildToolBar();
-    // The directories (host lists, user, repeater and talkgroup data) are not part of the
-    // program yet; nothing is loaded or refreshed here.
+    buildDirectories();
     buildStatusStrip();
 
     callLabel = new QLabel;
@@ -383,15 +386,14 @@ void MainWindow::buildToolBar()
     QToolBar* bar = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("mainToolBar"));
     bar->setMovable(false);
-    // The database refresh and the sound test come with their own windows; their actions are
-    // shown but not yet enabled.
+    // The sound test comes with its own window; its action is shown but not yet enabled.
     QAction* settings = bar->addAction(QStringLiteral("⚙ Settings"), this, &MainWindow::openSettings);
     settings->setObjectName(QStringLiteral("settingsAction"));
     settings->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
     settings->setToolTip(QStringLiteral("Callsigns, identities, peers, reflectors, audio and hardware (Ctrl+,)."));
     QAction* update = bar->addAction(QStringLiteral("↻ Update DBs"), this, &MainWindow::updateDatabases);
+    update->setObjectName(QStringLiteral("updateDbsAction"));
     update->setToolTip(QStringLiteral("Download the host lists and the user and talkgroup databases again."));
-    update->setEnabled(false);
     QAction* about = bar->addAction(QStringLiteral("ℹ About"), this, &MainWindow::showAbout);
     about->setToolTip(QStringLiteral("Version, licence and where the log files are."));
     QAction* soundTest = bar->addAction(QStringLiteral("🔊 Sound Test"));
@@ -503,8 +505,61 @@ void MainWindow::openSettings()
     SettingsDialog::showSingleton(this);
 }
 
+void MainWindow::buildDirectories()
+{
+    hostListSync = new zl::HostListSync(this);
+    userDb = new zl::UserDb(this);
+    repeaterDb = new zl::RepeaterDb(this);
+    tgListSync = new zl::TgListSync(this);
+    // Reading the cache files takes a few tens of milliseconds for a full user list; the
+    // downloads run in the background and report on the status bar.
+    userDb->loadFromDisk();
+    repeaterDb->loadFromDisk();
+
+    const auto tell = [this](const QString& text, int ms) { statusBar()->showMessage(text, ms); };
+    connect(hostListSync, &zl::HostListSync::modeUpdated, this, [this, tell](const QString& mode, int entries) {
+        tell(QStringLiteral("↻ %1: %2 entries").arg(mode).arg(entries), 4000);
+        refreshCard(mode);
+    });
+    connect(hostListSync, &zl::HostListSync::modeFailed, this, [tell](const QString& mode, const QString& reason) {
+        tell(QStringLiteral("↻ %1 FAILED: %2").arg(mode, reason), 6000);
+    });
+    connect(userDb, &zl::UserDb::refreshed, this,
+            [tell](int users) { tell(QStringLiteral("↻ DMR-ID DB: %1 users").arg(users), 4000); });
+    connect(userDb, &zl::UserDb::failed, this,
+            [tell](const QString& reason) { tell(QStringLiteral("↻ DMR-ID DB FAILED: ") + reason, 6000); });
+    connect(repeaterDb, &zl::RepeaterDb::refreshed, this, [tell](const QString& mode, int repeaters) {
+        tell(QStringLiteral("↻ %1 repeaters: %2").arg(mode).arg(repeaters), 4000);
+    });
+    connect(repeaterDb, &zl::RepeaterDb::failed, this, [tell](const QString& mode, const QString& reason) {
+        tell(QStringLiteral("↻ %1 repeaters FAILED: %2").arg(mode, reason), 6000);
+    });
+    connect(tgListSync, &zl::TgListSync::networkUpdated, this, [tell](const QString& network, int entries) {
+        tell(QStringLiteral("↻ %1 TGs: %2 entries").arg(network).arg(entries), 4000);
+    });
+    connect(tgListSync, &zl::TgListSync::networkFailed, this, [tell](const QString& network, const QString& reason) {
+        tell(QStringLiteral("↻ %1 TGs FAILED: %2").arg(network, reason), 6000);
+    });
+    refreshDirectories(false);
+}
+
+void MainWindow::refreshDirectories(bool all)
+{
+    // Host lists and talkgroups change daily, the user and repeater data much more slowly.
+    hostListSync->syncIfOlder(all ? 0 : 24);
+    userDb->refreshIfOlder(all ? 0 : 168);
+    repeaterDb->refreshIfOlder(all ? 0 : 168);
+    tgListSync->syncIfOlder(all ? 0 : 24);
+}
+
 void MainWindow::updateDatabases()
 {
+    statusBar()->showMessage(QStringLiteral("↻ Updating all databases — hold on..."), 8000);
+    refreshDirectories(true);
+    if (auto* svx = qobject_cast<SvxLinkModePage*>(pages.value(QStringLiteral("SvxLink"))))
+        svx->refreshNodes();
+    if (auto* echolink = qobject_cast<EchoLinkModePage*>(pages.value(QStringLiteral("Echolink"))))
+        echolink->refreshDirectory();
 }
 
 void MainWindow::openDetachedLastHeard()
@@ -837,13 +892,17 @@ void MainWindow::stopDmrTransmission()
 void MainWindow::onCallHeard(const QString&, const QString& networkName, uint srcId, uint dstId, uchar slot,
                              uint streamId, bool privateCall)
 {
-    // The callsigns of the user database come later; the ids stand for now.
-    const QString call = QString::number(srcId);
-    const QString target = privateCall ? QStringLiteral("PC %1 TS%2").arg(dstId).arg(slot)
+    const QString call = dmrCallsign(srcId);
+    const QString target = privateCall ? QStringLiteral("PC %1 TS%2").arg(dmrCallsign(dstId)).arg(slot)
                                        : QStringLiteral("TG %1 TS%2").arg(dstId).arg(slot);
     const QString time = QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss"));
     insertRow({time, call, QString(), QStringLiteral("DMR"), networkName, target, QString(), QString(), QString()},
               kRxBackground);
+    // The name goes with the callsign where the pointer rests, so that the column stays one
+    // of callsigns (the large view searches it).
+    const QString name = userDb ? userDb->nameOf(int(srcId)) : QString();
+    lastHeard->item(0, 1)->setToolTip(name.isEmpty() ? QStringLiteral("DMR ID %1").arg(srcId)
+                                                     : QStringLiteral("%1 — DMR ID %2").arg(name).arg(srcId));
     liveRows.insert(streamId, 0);
     // Our own transmission can come back through another peer on the same master: the open
     // TX row moves down with the others, so that its end finds it.
@@ -852,6 +911,12 @@ void MainWindow::onCallHeard(const QString&, const QString& networkName, uint sr
     trimRows();
     saveLastHeard();
     passToLargeView(0);
+}
+
+QString MainWindow::dmrCallsign(uint id) const
+{
+    const QString call = userDb ? userDb->callsignOf(int(id)) : QString();
+    return call.isEmpty() ? QString::number(id) : call;
 }
 
 void MainWindow::onCallEnded(const QString&, uint streamId, qlonglong durationMs)

@@ -11,6 +11,12 @@ class BaseModePage;
 namespace zl::dmr {
 class DmrVoiceEncoder;
 }
+namespace zl {
+class HostListSync;
+class RepeaterDb;
+class TgListSync;
+class UserDb;
+} // namespace zl
 class QButtonGroup;
 class QComboBox;
 class QGroupBox;
@@ -59,6 +65,13 @@ private:
     void buildAudioRows(class QVBoxLayout* layout);
     void buildToolBar();
     void buildStatusStrip();
+    // The four directories: loaded from the cache folder, refreshed when old, reported on the
+    // status bar.
+    void buildDirectories();
+    // all: every list now, as the user asked; else only those past their age.
+    void refreshDirectories(bool all);
+    // The callsign of a DMR id from the user database, else the id in decimal.
+    QString dmrCallsign(uint id) const;
     void showAbout();
     void updateAmbeStatus();
     void updateDmrStatus();
@@ -109,6 +122,10 @@ private:
     qint64 txStartMs = 0;
     zl::dmr::DmrVoiceEncoder* dmrEncoder = nullptr;
     QMetaObject::Connection dmrMicConnection;
+    zl::HostListSync* hostListSync = nullptr;
+    zl::UserDb* userDb = nullptr;
+    zl::RepeaterDb* repeaterDb = nullptr;
+    zl::TgListSync* tgListSync = nullptr;
     QTimer* audioSaveTimer = nullptr;
     QTimer* pttReleaseTimer = nullptr;
     QTimer* clockTimer = nullptr;

@@ -2,6 +2,7 @@
 
 #include "app/Identity.h"
 #include "audio/AudioMixer.h"
+#include "db/UserDb.h"
 #include "nxdn/NxdnNetwork.h"
 #include "nxdn/NxdnVoice.h"
 #include "ui/NxdnReflectorRow.h"
@@ -25,8 +26,12 @@ NxdnModePage::NxdnModePage(QWidget* parent) : PolledReflectorPage(QStringLiteral
             client->sendFrame(frame);
     });
     connect(voice, &zl::nxdn::NxdnVoice::pcmReady, this, &NxdnModePage::playPcm);
-    // No user database yet: the talker is named by its NXDN id in decimal.
-    connect(voice, &zl::nxdn::NxdnVoice::talkerStart, this, [this](ushort src) { talkerHeard(QString::number(src)); });
+    connect(voice, &zl::nxdn::NxdnVoice::talkerStart, this, [this](ushort src) {
+        // The user database may not exist yet (or at all, outside the window): the id stands in.
+        const zl::UserDb* users = zl::UserDb::instance();
+        const QString call = users ? users->nxdnCallsignOf(src) : QString();
+        talkerHeard(call.isEmpty() ? QString::number(src) : call);
+    });
     connect(&zl::audio::AudioMixer::instance(), &zl::audio::AudioMixer::micPcmReady, voice,
             &zl::nxdn::NxdnVoice::pushMicPcm);
     begin();

@@ -1,16 +1,51 @@
 #include "ProgramSandbox.h"
+#include "TempConfigHome.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
 constexpr uid_t kNobody = 65534;
+
+void seedDirectories(const QString& cache)
+{
+    // Public lists fetched a minute ago, so that the program asks no outside server for them,
+    // whatever its configuration (a damaged one included).
+    QDir().mkpath(cache);
+    const QByteArray now = QDateTime::currentDateTime().toString(Qt::ISODate).toUtf8();
+    const QList<std::pair<const char*, QByteArray>> files = {{"dmr_users.tsv", "1\tN0CALL\t\n"},
+                                                             {"nxdn_users.tsv", "1\tN0CALL\t\n"},
+                                                             {"dmr_repeaters.json", R"({"rptrs":[]})"},
+                                                             {"nxdn_repeaters.json", R"({"rptrs":[]})"},
+                                                             {"p25_repeaters.json", R"({"rptrs":[]})"},
+                                                             {"dstar_repeaters.json", R"({"rptrs":[]})"},
+                                                             {"bm_talkgroups.json", "[]"},
+                                                             {"tgif_talkgroups.json", "[]"}};
+    QJsonObject synced;
+    for (const char* mode : {"M17", "DMR", "YSF", "NXDN", "D-STAR", "P25", "APRS"})
+        synced.insert(QLatin1String(mode), QString::fromUtf8(now));
+    QList<std::pair<QString, QByteArray>> writes = {
+        {QStringLiteral("last_sync.json"), QJsonDocument(synced).toJson(QJsonDocument::Compact)}};
+    for (const auto& [name, data] : files) {
+        writes.append({QLatin1String(name), data});
+        writes.append({QLatin1String(name) + QStringLiteral(".stamp"), now});
+    }
+    for (const auto& [name, data] : writes) {
+        QFile file(cache + QLatin1Char('/') + name);
+        if (!file.exists() && file.open(QIODevice::WriteOnly))
+            file.write(data);
+    }
 }
+
+} // namespace
 
 ProgramSandbox::ProgramSandbox(const QString& binDir) : bin(binDir)
 {
@@ -61,7 +96,10 @@ QString ProgramSandbox::configFile() const
 
 void ProgramSandbox::writeConfig(const QJsonObject& config)
 {
-    writeConfigBytes(QJsonDocument(config).toJson());
+    QJsonObject withDirectories = config;
+    if (!withDirectories.contains(QStringLiteral("directories")))
+        withDirectories.insert(QStringLiteral("directories"), TempConfigHome::offlineDirectories());
+    writeConfigBytes(QJsonDocument(withDirectories).toJson());
 }
 
 void ProgramSandbox::writeConfigBytes(const QByteArray& bytes)
@@ -71,6 +109,8 @@ void ProgramSandbox::writeConfigBytes(const QByteArray& bytes)
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write(bytes);
     file.close();
+    // A program given a configuration is one that runs its window.
+    seedDirectories(dir.filePath(QStringLiteral("cache/xx0abc/zephyrlake")));
     handOver(dir.path());
 }
 
