@@ -1,0 +1,232 @@
+#include "AprsIsServer.h"
+#include "LogCapture.h"
+#include "TempConfigHome.h"
+#include "app/Config.h"
+#include "aprs/AprsBeacon.h"
+#include "aprs/AprsClient.h"
+#include "aprs/AprsGeo.h"
+#include "aprs/AprsPacket.h"
+
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace zl::aprs;
+using State = AprsClient::State;
+
+class TestAprs : public QObject {
+    Q_OBJECT
+
+private:
+    qint64 now = 1'000'000;
+
+    // A client logged in to the server as XX0ABC-9, its clock stepped by the test.
+    void logIn(AprsClient& client, AprsIsServer& server)
+    {
+        client.setServer(QStringLiteral("127.0.0.1"), server.port());
+        client.setCallsign(QStringLiteral("xx0abc-9"));
+        client.setClockForTests([this] { return now; });
+        client.setTimersForTests(10, 20);
+        client.start();
+        QTRY_COMPARE(server.logins, 1);
+        QCOMPARE(client.state(), State::LoggedIn);
+    }
+
+private slots:
+    // Positions as trackers send them; the compressed one is the APRS reference's example, the
+    // Mic-E values come from an independent decoder.
+    void parsesPositions_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<double>("lat");
+        QTest::addColumn<double>("lon");
+        QTest::addColumn<QString>("symbol");
+        QTest::addColumn<int>("course");
+        QTest::addColumn<double>("kmh");
+        QTest::addColumn<QString>("comment");
+        QTest::newRow("plain") << QByteArray("A>APRS:=4903.50N/07201.75W-Test") << 49.058333 << -72.029167 << "/-" << -1
+                               << -1.0 << "Test";
+        QTest::newRow("timestamp") << QByteArray("A>APRS:/092345z4903.50N/07201.75W>Test") << 49.058333 << -72.029167
+                                   << "/>" << -1 << -1.0 << "Test";
+        QTest::newRow("compressed") << QByteArray("A>APRS:!/5L!!<*e7>7P[") << 49.5 << -72.75 << "/>" << 88 << 67.1017
+                                    << "";
+        QTest::newRow("mic-e") << QByteArray("OH7LZB-2>TQ4W2V,WIDE2-1,qAo,OH7LZB:`c51!f?>/]\"3x}=") << 41.787667
+                               << -71.420167 << "/>" << 35 << 105.564 << "]\"3x}=";
+        QTest::newRow("mic-e 800 knots wrap") << QByteArray("K0ABC-9>S32U6T:`(_fn\"Oj/Moving") << 33.427333 << -12.129
+                                              << "/j" << 251 << 37.04 << "Moving";
+    }
+    void parsesPositions()
+    {
+        QFETCH(QByteArray, line);
+        const ParsedPacket p = parseLine(line);
+        QCOMPARE(p.type, ParsedPacket::Position);
+        QVERIFY(p.hasPosition);
+        QFETCH(double, lat);
+        QFETCH(double, lon);
+        QFETCH(QString, symbol);
+        QFETCH(int, course);
+        QFETCH(double, kmh);
+        QFETCH(QString, comment);
+        QVERIFY2(qAbs(p.latitude - lat) < 1e-5 && qAbs(p.longitude - lon) < 1e-5,
+                 qPrintable(QStringLiteral("%1 %2").arg(p.latitude).arg(p.longitude)));
+        QCOMPARE(QString(QLatin1Char(p.symbolTable)) + QLatin1Char(p.symbolCode), symbol);
+        QCOMPARE(p.course, course);
+        QVERIFY2(qAbs(p.speedKmh - kmh) < 1e-3, qPrintable(QString::number(p.speedKmh)));
+        QCOMPARE(p.comment, comment);
+    }
+
+    void parsesTheRest_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QString>("text"); // addressee|body|id, or the comment
+        QTest::newRow("empty info") << QByteArray("A>B:") << int(ParsedPacket::Unknown) << "";
+        QTest::newRow("no source") << QByteArray(">B:x") << int(ParsedPacket::Unknown) << "";
+        QTest::newRow("addressee of 10") << QByteArray("A>B::XX0ABC-100:hi") << int(ParsedPacket::Unknown) << "";
+        QTest::newRow("message") << QByteArray("A>B,TCPIP*::XX0ABC-9 :hello{42") << int(ParsedPacket::Message)
+                                 << "XX0ABC-9|hello|42";
+        QTest::newRow("status") << QByteArray("A>B:>on the air") << int(ParsedPacket::Status) << "on the air";
+        QTest::newRow("short compressed") << QByteArray("A>B:!/5L!!<*e7") << int(ParsedPacket::Position) << "";
+        QTest::newRow("bad mic-e") << QByteArray("A>APRS:`c51!f?>/") << int(ParsedPacket::Other) << "`c51!f?>/";
+    }
+    void parsesTheRest()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(int, type);
+        QFETCH(QString, text);
+        const ParsedPacket p = parseLine(line);
+        QCOMPARE(int(p.type), type);
+        QVERIFY(!p.hasPosition);
+        if (p.type == ParsedPacket::Message)
+            QCOMPARE(QStringList({p.addressee, p.body, p.msgId}).join(QLatin1Char('|')), text);
+        else
+            QCOMPARE(p.comment, text);
+    }
+
+    void formatsLines()
+    {
+        QCOMPARE(formatPosition(QStringLiteral("xx0abc"), 59.5, 8.25, '/', '-', QStringLiteral(" hi ")),
+                 QByteArray("XX0ABC>APRS,TCPIP*:=5930.00N/00815.00E-hi\r\n"));
+        QVERIFY(formatPosition(QStringLiteral("A"), -0.5, -0.5, '/', '-', {}).contains("0030.00S/00030.00W"));
+        QCOMPARE(
+            formatMessage(QStringLiteral("a"), QStringLiteral("xx0abc"), QStringLiteral("hi"), QStringLiteral("7")),
+            QByteArray("A>APRS,TCPIP*::XX0ABC   :hi{7\r\n"));
+        QCOMPARE(formatAck(QStringLiteral("a"), QStringLiteral("XX0ABCDEFG"), QStringLiteral("7")),
+                 QByteArray("A>APRS,TCPIP*::XX0ABCDEF:ack7\r\n"));
+        // The published passcode of N0CALL; the SSID does not count.
+        QCOMPARE(passcode(QStringLiteral("N0CALL")), 13023);
+        QCOMPARE(passcode(QStringLiteral("n0call-9")), 13023);
+    }
+
+    void geometry()
+    {
+        // One degree of latitude and a quarter turn along the equator.
+        QVERIFY(qAbs(distanceKm(0, 0, 1, 0) - 111.195) < 0.01);
+        QVERIFY(qAbs(bearingDeg(0, 0, 0, 1) - 90.0) < 1e-9);
+        QVERIFY(qAbs(bearingDeg(10, 10, 0, 10) - 180.0) < 1e-9);
+    }
+
+    void logsInAndReportsTheAnswer_data()
+    {
+        QTest::addColumn<int>("pass");
+        QTest::addColumn<bool>("verified");
+        QTest::newRow("right passcode") << 13023 << true;
+        QTest::newRow("wrong passcode") << 1 << false;
+    }
+    void logsInAndReportsTheAnswer()
+    {
+        QFETCH(int, pass);
+        QFETCH(bool, verified);
+        AprsIsServer server;
+        server.acceptPasscode("N0CALL", pass);
+        AprsClient client;
+        QSignalSpy login(&client, &AprsClient::loginResult);
+        client.setServer(QStringLiteral("127.0.0.1"), server.port());
+        client.setCallsign(QStringLiteral("n0call-10"));
+        client.setFilter(QStringLiteral("m/50"));
+        client.start();
+        QTRY_COMPARE(login.size(), 1);
+        QCOMPARE(server.lines.first(), QByteArray("user N0CALL-10 pass 13023 vers zephyrlake 0.1 filter m/50"));
+        QCOMPARE(login.first().at(0).toBool(), verified);
+        QCOMPARE(client.state(), State::LoggedIn);
+        QCOMPARE(client.lastErrorText().isEmpty(), verified);
+    }
+
+    void messagesAreAckedRetriedOrGivenUp()
+    {
+        AprsIsServer server;
+        AprsClient client;
+        logIn(client, server);
+        QSignalSpy status(&client, &AprsClient::messageStatus);
+        QCOMPARE(client.sendTrackedMessage(QStringLiteral("dl1b"), QStringLiteral("one")), QStringLiteral("1"));
+        QCOMPARE(client.sendTrackedMessage(QStringLiteral("dl1b"), QStringLiteral("two")), QStringLiteral("2"));
+        QTRY_VERIFY(server.lines.contains("XX0ABC-9>APRS,TCPIP*::DL1B     :two{2"));
+        // An ack to the base callsign counts; one for another station does not.
+        server.send("DL1B>APRS,TCPIP*::XX0ABC   :ACK1");
+        server.send("DL1B>APRS,TCPIP*::XX9ZZZ   :ack2");
+        QTRY_COMPARE(status.size(), 3);
+        QCOMPARE(status.last(), QVariantList({"1", "DL1B", "acked"}));
+        QStringList seen;
+        for (int step = 0; step < 4; ++step) {
+            now += 20000;
+            QTRY_COMPARE(status.size(), 4 + step);
+            seen << status.last().at(2).toString();
+        }
+        QCOMPARE(seen, QStringList({"retry", "retry", "retry", "timeout"}));
+        QTRY_COMPARE(server.lines.count("XX0ABC-9>APRS,TCPIP*::DL1B     :two{2"), 4);
+    }
+
+    void repeatedMessagesAreFlagged()
+    {
+        AprsIsServer server;
+        AprsClient client;
+        logIn(client, server);
+        QSignalSpy packets(&client, &AprsClient::packetReceived);
+        const QByteArray line = "DL1B>APRS,TCPIP*::XX0ABC-9 :hello{5";
+        for (const qint64 step : {0, 59000, 60000}) {
+            now += step;
+            server.send(line);
+            QTRY_COMPARE(packets.size(), step == 0 ? 1 : step == 59000 ? 2 : 3);
+        }
+        const auto flag = [&packets](int i) { return packets.at(i).at(0).value<ParsedPacket>().duplicate; };
+        QCOMPARE(QList<bool>({flag(0), flag(1), flag(2)}), QList<bool>({false, true, false}));
+    }
+
+    void secondQuickCloseNamesTheClash()
+    {
+        AprsIsServer server;
+        server.setCloseAfterLogin(true);
+        AprsClient client;
+        QSignalSpy errors(&client, &AprsClient::errorReported);
+        client.setServer(QStringLiteral("127.0.0.1"), server.port());
+        client.setCallsign(QStringLiteral("xx0abc-9"));
+        client.setTimersForTests(10, 20);
+        client.start();
+        QTRY_VERIFY(server.logins >= 2);
+        QTRY_VERIFY(!errors.isEmpty());
+        QVERIFY(errors.last().at(0).toString().startsWith(
+            "server closes right after login — another station is logged in as XX0ABC-9"));
+    }
+
+    void beaconSkipsZeroAndSendsThePosition()
+    {
+        TempConfigHome home;
+        AprsIsServer server;
+        AprsClient client;
+        logIn(client, server);
+        LogCapture log;
+        zl::Config::instance().setSection(QStringLiteral("aprs"),
+                                          {{"beacon_enabled", true}, {"beacon_interval_s", 30}});
+        AprsBeacon beacon(&client);
+        beacon.setTimeUnitForTests(1);
+        beacon.reload();
+        QTRY_VERIFY(log.lines().contains("AprsBeacon: skip — lat/lon 0,0 (set in Settings → APRS)"));
+        zl::Config::instance().setSection(
+            QStringLiteral("aprs"),
+            {{"beacon_enabled", true}, {"lat", 0.0001}, {"lon", 0.0}, {"symbol_table", "/"}, {"symbol_code", ">"}});
+        QTRY_VERIFY(server.lines.contains("XX0ABC-9>APRS,TCPIP*:=0000.01N/00000.00E>"));
+    }
+};
+
+QTEST_MAIN(TestAprs)
+#include "tst_aprs.moc"
