@@ -2,9 +2,8 @@
 
 #include <QTemporaryDir>
 
-// Points XDG_CONFIG_HOME, XDG_CACHE_HOME and HOME at a fresh temporary folder for the
-// life of the object, so that tests never touch the user's own configuration.
-// Create it before the first use of zl::Config::instance().
+// Points HOME and the XDG folders at a fresh temporary folder, away from the user's own
+// configuration. Create it before the first use of zl::Config::instance().
 class TempConfigHome {
 public:
     TempConfigHome();
