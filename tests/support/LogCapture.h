@@ -4,8 +4,7 @@
 #include <QStringList>
 #include <QtMessageHandler>
 
-// Records every Qt log message of every thread while it exists, with its wall-clock time, and
-// still passes them on, so that tests can check exact log lines and when they were written.
+// Records every Qt log message of every thread, with its wall-clock time, and passes them on.
 class LogCapture {
 public:
     LogCapture();

@@ -8,10 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -24,27 +21,6 @@ QString systemError(const char* what)
 int currentNamespace()
 {
     return ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-}
-
-// A new namespace starts with its loopback interface down.
-bool bringLoopbackUp(QString& reason)
-{
-    const int sock = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (sock < 0) {
-        reason = systemError("socket");
-        return false;
-    }
-    ifreq request{};
-    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    bool up = ::ioctl(sock, SIOCGIFFLAGS, &request) == 0;
-    if (up) {
-        request.ifr_flags = short(request.ifr_flags | IFF_UP);
-        up = ::ioctl(sock, SIOCSIFFLAGS, &request) == 0;
-    }
-    if (!up)
-        reason = systemError("loopback up");
-    ::close(sock);
-    return up;
 }
 
 } // namespace
@@ -99,12 +75,12 @@ bool PrivateNetwork::build()
         reason = systemError("open /proc/thread-self/ns/net");
         return false;
     }
-    if (!bringLoopbackUp(reason))
-        return false;
     // ip opens the neighbour through this process's descriptor of it.
     const QString neighbourPath =
         QStringLiteral("/proc/%1/fd/%2").arg(QCoreApplication::applicationPid()).arg(neighbour);
-    if (!run({"link", "add", "zl-here", "type", "veth", "peer", "name", "zl-there", "netns", neighbourPath}) ||
+    // A new namespace starts with its loopback interface down.
+    if (!run({"link", "set", "lo", "up"}) ||
+        !run({"link", "add", "zl-here", "type", "veth", "peer", "name", "zl-there", "netns", neighbourPath}) ||
         !run({"address", "add", hereAddress().toString() + "/24", "dev", "zl-here"}) ||
         !run({"link", "set", "zl-here", "up"}))
         return false;

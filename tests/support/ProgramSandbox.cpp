@@ -72,9 +72,8 @@ std::unique_ptr<ProgramSandbox> ProgramSandbox::installed()
 
 void ProgramSandbox::prepare()
 {
-    QDir(dir.path()).mkpath(QStringLiteral("home"));
-    QDir(dir.path()).mkpath(QStringLiteral("run"));
-    QDir(dir.path()).mkpath(QStringLiteral("state"));
+    for (const char* folder : {"home", "run", "state"})
+        QDir(dir.path()).mkpath(QLatin1String(folder));
     ::chmod(QFile::encodeName(dir.filePath(QStringLiteral("run"))).constData(), 0700);
     handOver(dir.path());
 }
@@ -129,11 +128,12 @@ QProcess* ProgramSandbox::start(const QStringList& args, bool asRoot)
     kill();
     proc = std::make_unique<QProcess>();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), dir.filePath(QStringLiteral("home")));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.filePath(QStringLiteral("config")));
-    env.insert(QStringLiteral("XDG_CACHE_HOME"), dir.filePath(QStringLiteral("cache")));
-    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir.filePath(QStringLiteral("run")));
-    env.insert(QStringLiteral("XDG_STATE_HOME"), dir.filePath(QStringLiteral("state")));
+    for (const auto& [name, folder] : {std::pair{"HOME", "home"},
+                                       {"XDG_CONFIG_HOME", "config"},
+                                       {"XDG_CACHE_HOME", "cache"},
+                                       {"XDG_RUNTIME_DIR", "run"},
+                                       {"XDG_STATE_HOME", "state"}})
+        env.insert(QLatin1String(name), dir.filePath(QLatin1String(folder)));
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     proc->setProcessEnvironment(env);
     proc->setWorkingDirectory(dir.path());

@@ -7,10 +7,8 @@
 
 #include <memory>
 
-// Runs a copy of the real zephyrlake binary in a private temporary tree, with its own
-// HOME and XDG folders and the offscreen platform. When the suite runs as root, the
-// program is started as the unprivileged user nobody (it refuses root by design),
-// and the tree is handed to that user.
+// Runs a copy of the real zephyrlake binary in a private temporary tree with its own HOME and XDG
+// folders, offscreen. As root the program runs as nobody (it refuses root), who owns the tree.
 class ProgramSandbox {
 public:
     // binDir: the folder, below the sandbox, the binary is copied into ("build", "bin").
@@ -29,16 +27,14 @@ public:
 
     // Starts the program; asRoot keeps the suite's own user (only meaningful as root).
     QProcess* start(const QStringList& args = {}, bool asRoot = false);
-    QProcess* process() const { return proc.get(); }
-    // Ends the program if it still runs (SIGKILL) and waits for it.
-    void kill();
 
     // The log files in a folder, by name.
     static QStringList logFiles(const QString& folder);
-    // All files below the sandbox, relative paths, except the binary itself.
+    // Files below the sandbox, relative, except the binary.
     QStringList filesCreated() const;
 
 private:
+    void kill();
     void prepare();
     void handOver(const QString& path) const;
 

@@ -3,10 +3,9 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
-// Points XDG_CONFIG_HOME, XDG_CACHE_HOME and HOME at a fresh temporary folder for the
-// life of the object, so that tests never touch the user's own configuration.
-// Create it before the first use of zl::Config::instance(). The configuration it starts with
-// points the public directories at a closed loopback port, so that no test reaches out.
+// Points HOME and the XDG folders at a fresh temporary folder, away from the user's own
+// configuration, with the public directories pointed at a closed loopback port so that no test
+// reaches out. Create it before the first use of zl::Config::instance().
 class TempConfigHome {
 public:
     TempConfigHome();
