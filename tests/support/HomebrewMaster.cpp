@@ -83,6 +83,7 @@ void HomebrewMaster::onReadyRead()
             continue;
         data.truncate(n);
         log.append({data, fromPort, now()});
+        emit datagramReceived(data);
         if (!silent)
             handle(data, from, fromPort);
     }

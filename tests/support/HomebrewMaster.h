@@ -17,6 +17,8 @@
 // peer with bytes 11 to 14 set to the receiver's peer-ID, never back to the sender. Every datagram
 // is recorded with its arrival time, so that tests can check what a client sent and when.
 class HomebrewMaster : public QObject {
+    Q_OBJECT
+
 public:
     struct Datagram {
         QByteArray data;
@@ -52,6 +54,10 @@ public:
     // Recorded datagrams starting with the tag ("RPTL", "RPTPING", ...). RPTC does not match RPTCL.
     QList<Datagram> receivedWith(const QByteArray& tag) const;
     void clearLog() { log.clear(); }
+
+signals:
+    // Every datagram as it arrives; the voice benchmark times the bursts with it.
+    void datagramReceived(const QByteArray& data);
 
 private:
     enum class Stage { Challenged, Authenticated, Configured };
