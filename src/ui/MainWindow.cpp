@@ -15,6 +15,7 @@
 #include "hw/Dv3000.h"
 #include "hw/Dv3000Pool.h"
 #include "ui/AllStarModePage.h"
+#include "ui/AprsModePage.h"
 #include "ui/DmrModePage.h"
 #include "ui/EchoLinkModePage.h"
 #include "ui/FlowLayout.h"
@@ -159,6 +160,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new EchoLinkModePage;
         else if (mode == QLatin1String("SvxLink"))
             page = new SvxLinkModePage;
+        else if (mode == QLatin1String("APRS"))
+            page = new AprsModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);

@@ -1,0 +1,70 @@
+#include "AprsIsServer.h"
+#include "TempConfigHome.h"
+#include "app/Config.h"
+#include "aprs/AprsClient.h"
+#include "ui/AprsModePage.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTest>
+
+class TestAprsModePage : public QObject {
+    Q_OBJECT
+
+private slots:
+    // The page against an APRS-IS server: messages acked once per copy and kept once, topics,
+    // positions with distance and bearing, and a sent message followed to its ack.
+    void messagesTopicsAndPositions()
+    {
+        TempConfigHome home;
+        AprsIsServer server;
+        zl::Config::instance().setSection("aprs",
+                                          QJsonObject{{"enabled", true},
+                                                      {"callsign_ssid", "xx0abc-7"},
+                                                      {"server_host", "127.0.0.1"},
+                                                      {"server_port", server.port()},
+                                                      {"server", QStringLiteral("127.0.0.1:%1").arg(server.port())},
+                                                      {"topics", QJsonArray{"pota", "aprsthursday"}},
+                                                      {"lat", 41.0},
+                                                      {"lon", -71.42016666}});
+        AprsModePage page;
+        QTRY_VERIFY(page.isModeConnected());
+
+        const QByteArray message = "DL1B>APRS,TCPIP*::XX0ABC   :hello{5";
+        server.send(message);
+        server.send(message);
+        server.send("DL1B>APRS,TCPIP*::W1AW     :#APRSThu check-in");
+        server.send("OH7LZB-2>TQ4W2V,WIDE2-1,qAo,OH7LZB:`c51!f?>/]\"3x}=");
+        auto* activity = page.findChild<QListWidget*>("aprsActivity");
+        QTRY_COMPARE(activity->count(), 1);
+        QVERIFY2(activity->item(0)->text().endsWith("OH7LZB-2: POS 41.78767,-71.42017 /> ]\"3x}= — 87.6 km, 000°"),
+                 qPrintable(activity->item(0)->text()));
+        QTRY_COMPARE(server.lines.count("XX0ABC-7>APRS,TCPIP*::DL1B     :ack5"), 2);
+        auto* history = page.findChild<QTableWidget*>("aprsHistory");
+        QCOMPARE(history->rowCount(), 1);
+        QCOMPARE(history->item(0, 4)->text(), QStringLiteral("hello"));
+        auto* topics = page.findChild<QTableWidget*>("aprsTopics");
+        QCOMPARE(topics->rowCount(), 1);
+        QCOMPARE(topics->item(0, 2)->text(), QStringLiteral("W1AW"));
+
+        page.findChild<QLineEdit*>("aprsDest")->setText(" dl1b ");
+        page.findChild<QLineEdit*>("aprsText")->setText(QString(100, QLatin1Char('x')));
+        page.findChild<QPushButton*>("aprsSend")->click();
+        QTRY_VERIFY(server.lines.contains("XX0ABC-7>APRS,TCPIP*::DL1B     :" + QByteArray(67, 'x') + "{1"));
+        server.send("DL1B>APRS,TCPIP*::XX0ABC-7 :ack1");
+        QTRY_COMPARE(history->item(1, 5)->text(), QStringLiteral("ACK"));
+        QFile file(QFileInfo(zl::Config::instance().path()).dir().filePath("aprs_msgs.json"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray stored = file.readAll();
+        QVERIFY(stored.contains("\"status\":\"ACK\"") && stored.contains("\"text\":\"hello\""));
+    }
+};
+
+QTEST_MAIN(TestAprsModePage)
+#include "tst_aprsmodepage.moc"
