@@ -210,7 +210,10 @@ private slots:
         QTRY_COMPARE(frames.load(), heard + 9);
         QVERIFY(log.contains("Dv3000Pool: the lease of failed udp://127.0.0.1:"));
         kit::deleteOnWorker(decoder);
-        // The failed chip is replaced at the next rescan, for the cases that follow.
+        // The failed chip is replaced at the next rescan, for the cases that follow. It may still
+        // owe dropped answers (how many bursts it took to fail it depends on the machine's speed):
+        // they would go missing in a later case.
+        used.dropReplies(0);
         kit::ChipFarm::pool()->rescan();
         QTRY_COMPARE_WITH_TIMEOUT(kit::ChipFarm::pool()->readyCount(), 2, 5000);
     }
@@ -280,9 +283,8 @@ private slots:
                     Q_ARG(QByteArray, kit::dmrd(quint8(seq), kSrc + quint32(i), kTg, quint8(seq == 0 ? 0x10 : seq),
                                                 0x100u + quint32(i), burst)));
         }
-        // Twelve frames each through the simulated chips, which a loaded machine makes slow.
-        QTRY_COMPARE_WITH_TIMEOUT(pcmFrames[0], 12, 15000);
-        QTRY_COMPARE_WITH_TIMEOUT(pcmFrames[1], 12, 15000);
+        QTRY_COMPARE(pcmFrames[0], 12);
+        QTRY_COMPARE(pcmFrames[1], 12);
         QCOMPARE(pcmFrames[2], 0);
         QCOMPARE(kit::ChipFarm::pool()->leasedCount(), 2);
         quint32 thirdStream = 0;
