@@ -1,10 +1,15 @@
 #include "AprsIsServer.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 
 AprsIsServer::AprsIsServer(QObject* parent) : QObject(parent)
 {
     server.listen(QHostAddress::LocalHost);
+    auto* comments = new QTimer(this);
+    connect(comments, &QTimer::timeout, this,
+            [this] { send("# aprsc 2.1.19-g730c5c0 25 Nov 2026 06:00:00 GMT T2LOOP"); });
+    comments->start(200);
     connect(&server, &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket* socket = server.nextPendingConnection()) {
             clients.append(socket);
@@ -15,6 +20,8 @@ AprsIsServer::AprsIsServer(QObject* parent) : QObject(parent)
             });
             connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
                 clients.removeAll(socket);
+                loggedIn.removeAll(socket);
+                verifiedClients.removeAll(socket);
                 socket->deleteLater();
             });
         }
@@ -32,14 +39,26 @@ void AprsIsServer::onLine(QTcpSocket* socket, const QByteArray& line)
 {
     lines.append(line);
     emit lineReceived(line);
-    const QList<QByteArray> words = line.split(' ');
-    if (words.size() < 4 || words.at(0) != "user" || words.at(2) != "pass")
+    if (loggedIn.contains(socket)) {
+        for (QTcpSocket* other : std::as_const(clients)) {
+            if (other != socket && verifiedClients.contains(socket))
+                other->write(line + "\r\n");
+        }
         return;
+    }
+    const QList<QByteArray> words = line.split(' ');
+    if (words.size() < 4 || words.at(0) != "user" || words.at(2) != "pass") {
+        socket->disconnectFromHost();
+        return;
+    }
     ++logins;
     const QByteArray call = words.at(1);
     const QByteArray base = call.split('-').first();
     const bool verified = passcodes.contains(base) && passcodes.value(base) == words.at(3).toInt();
     socket->write("# logresp " + call + (verified ? " verified" : " unverified") + ", server T2LOOP\r\n");
+    loggedIn.append(socket);
+    if (verified)
+        verifiedClients.append(socket);
     if (closeAfterLogin)
         socket->disconnectFromHost();
 }

@@ -9,9 +9,11 @@ class QTcpSocket;
 
 // A loopback APRS-IS server as aprsc behaves toward a client on its user port: a "# aprsc"
 // banner on connect, a "# logresp <call> verified|unverified, server <name>" comment after the
-// login line, and every later line recorded. The test tells it which passcodes are right and
-// can make it end connections right after the login, as a server does when the same
-// callsign-SSID is logged in elsewhere.
+// login line, lines of verified clients relayed to the other clients (an unverified client may
+// only receive), a "#" comment now and
+// then, and every line recorded. A client whose first line is no login is closed. The test
+// tells it which passcodes are right and can make it end connections right after the login,
+// as a server does when the same callsign-SSID is logged in elsewhere.
 class AprsIsServer : public QObject {
     Q_OBJECT
 
@@ -37,6 +39,8 @@ private:
 
     QTcpServer server;
     QList<QTcpSocket*> clients;
+    QList<QTcpSocket*> loggedIn;
+    QList<QTcpSocket*> verifiedClients;
     QHash<QByteArray, int> passcodes;
     bool closeAfterLogin = false;
 };

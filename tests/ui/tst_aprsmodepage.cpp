@@ -19,14 +19,16 @@ class TestAprsModePage : public QObject {
 
 private slots:
     // The page against an APRS-IS server: messages acked once per copy and kept once, topics,
-    // positions with distance and bearing, and a sent message followed to its ack.
+    // positions with distance and bearing, a message to another station followed to its ack,
+    // and a new login after the server is lost.
     void messagesTopicsAndPositions()
     {
         TempConfigHome home;
         AprsIsServer server;
+        server.acceptPasscode("N0CALL", 13023);
         zl::Config::instance().setSection("aprs",
                                           QJsonObject{{"enabled", true},
-                                                      {"callsign_ssid", "xx0abc-7"},
+                                                      {"callsign_ssid", "n0call-7"},
                                                       {"server_host", "127.0.0.1"},
                                                       {"server_port", server.port()},
                                                       {"server", QStringLiteral("127.0.0.1:%1").arg(server.port())},
@@ -34,9 +36,10 @@ private slots:
                                                       {"lat", 41.0},
                                                       {"lon", -71.42016666}});
         AprsModePage page;
+        page.client()->setTimersForTests(1000, 50);
         QTRY_VERIFY(page.isModeConnected());
 
-        const QByteArray message = "DL1B>APRS,TCPIP*::XX0ABC   :hello{5";
+        const QByteArray message = "DL1B>APRS,TCPIP*::N0CALL   :hello{5";
         server.send(message);
         server.send(message);
         server.send("DL1B>APRS,TCPIP*::W1AW     :#APRSThu check-in");
@@ -45,7 +48,7 @@ private slots:
         QTRY_COMPARE(activity->count(), 1);
         QVERIFY2(activity->item(0)->text().endsWith("OH7LZB-2: POS 41.78767,-71.42017 /> ]\"3x}= — 87.6 km, 000°"),
                  qPrintable(activity->item(0)->text()));
-        QTRY_COMPARE(server.lines.count("XX0ABC-7>APRS,TCPIP*::DL1B     :ack5"), 2);
+        QTRY_COMPARE(server.lines.count("N0CALL-7>APRS,TCPIP*::DL1B     :ack5"), 2);
         auto* history = page.findChild<QTableWidget*>("aprsHistory");
         QCOMPARE(history->rowCount(), 1);
         QCOMPARE(history->item(0, 4)->text(), QStringLiteral("hello"));
@@ -53,16 +56,30 @@ private slots:
         QCOMPARE(topics->rowCount(), 1);
         QCOMPARE(topics->item(0, 2)->text(), QStringLiteral("W1AW"));
 
-        page.findChild<QLineEdit*>("aprsDest")->setText(" dl1b ");
+        // Another station on the same server answers through it.
+        zl::aprs::AprsClient other;
+        other.setServer("127.0.0.1", server.port());
+        other.setCallsign("N0CALL-5");
+        other.start();
+        connect(&other, &zl::aprs::AprsClient::packetReceived, &other, [&other](const zl::aprs::ParsedPacket& p) {
+            if (p.type == zl::aprs::ParsedPacket::Message && !p.isAck && p.addressee == "N0CALL-5")
+                other.sendAck(p.source, p.msgId);
+        });
+        QTRY_COMPARE(server.logins, 2);
+        page.findChild<QLineEdit*>("aprsDest")->setText(" n0call-5 ");
         page.findChild<QLineEdit*>("aprsText")->setText(QString(100, QLatin1Char('x')));
         page.findChild<QPushButton*>("aprsSend")->click();
-        QTRY_VERIFY(server.lines.contains("XX0ABC-7>APRS,TCPIP*::DL1B     :" + QByteArray(67, 'x') + "{1"));
-        server.send("DL1B>APRS,TCPIP*::XX0ABC-7 :ack1");
+        QTRY_VERIFY(server.lines.contains("N0CALL-7>APRS,TCPIP*::N0CALL-5 :" + QByteArray(67, 'x') + "{1"));
         QTRY_COMPARE(history->item(1, 5)->text(), QStringLiteral("ACK"));
         QFile file(QFileInfo(zl::Config::instance().path()).dir().filePath("aprs_msgs.json"));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray stored = file.readAll();
         QVERIFY(stored.contains("\"status\":\"ACK\"") && stored.contains("\"text\":\"hello\""));
+
+        server.dropClients();
+        QTRY_VERIFY(!page.isModeConnected());
+        QTRY_VERIFY(server.logins >= 3);
+        QTRY_VERIFY(page.isModeConnected());
     }
 };
 
