@@ -41,6 +41,8 @@ public:
     QString statusText() const;
     QString lastErrorText() const { return lastError; }
     QByteArray loginLine() const;
+    // A message to this callsign, with or without its SSID, is for this station.
+    bool isForMe(const QString& addressee) const;
 
     // Tests step the wall clock and shorten the retry tick and the reconnect wait.
     void setClockForTests(std::function<qint64()> now) { clock = std::move(now); }
@@ -84,7 +86,6 @@ private:
     void fail(const QString& reason);
     void handleLine(const QByteArray& line);
     void handleMessage(ParsedPacket& packet);
-    bool isForMe(const QString& addressee) const;
     bool writeLine(const QByteArray& line);
 
     QHash<QString, TrackedMessage> tracked;

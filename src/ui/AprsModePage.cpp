@@ -50,12 +50,6 @@ QString now()
     return QTime::currentTime().toString(QStringLiteral("HH:mm:ss"));
 }
 
-QString baseCall(const QString& call)
-{
-    const int dash = call.indexOf(QLatin1Char('-'));
-    return dash > 0 ? call.left(dash) : call;
-}
-
 QTableWidget* table(const QString& name, const QStringList& headers)
 {
     auto* t = new QTableWidget(0, int(headers.size()));
@@ -269,9 +263,7 @@ void AprsModePage::onPacket(const ParsedPacket& packet)
     }
     if (packet.type != ParsedPacket::Message || packet.isAck)
         return;
-    const QString to = packet.addressee.toUpper();
-    const QString me = ownCall();
-    const bool forMe = to == me || to == baseCall(me);
+    const bool forMe = aprs->isForMe(packet.addressee);
     // The ack goes before the duplicate test: the sender of a repeat missed the first one.
     if (forMe && !packet.msgId.isEmpty())
         aprs->sendAck(packet.source, packet.msgId);
@@ -314,7 +306,6 @@ void AprsModePage::onSendClicked()
         return;
     addHistory(QStringLiteral("→"), ownCall(), dest, text, QStringLiteral("sent"));
     pending.insert(id, history->item(history->rowCount() - 1, Status));
-    saveHistory();
     emit lastHeardLine(now(), ownCall(), QString(), mode(), serverText(), dest, QString(), QString());
     textEdit->clear();
 }
