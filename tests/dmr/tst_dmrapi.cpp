@@ -1,0 +1,175 @@
+#include "BmApiServer.h"
+#include "LogCapture.h"
+#include "SvxTestCa.h"
+#include "dmr/BmApiClient.h"
+
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+using zl::dmr::BmApiClient;
+using zl::dmr::BmProfile;
+
+namespace {
+
+const QString kKey = QStringLiteral("SENTINEL-bm-key-0123456789");
+constexpr quint32 kDevice = 240000101;
+
+QString listed(const QList<zl::dmr::BmStatic>& list)
+{
+    QStringList out;
+    for (const zl::dmr::BmStatic& s : list)
+        out << QStringLiteral("%1/%2").arg(s.tg).arg(s.slot);
+    return out.join(QLatin1Char(' '));
+}
+
+} // namespace
+
+class TestDmrApi : public QObject {
+    Q_OBJECT
+
+private:
+    SvxTestCa ca{QStringLiteral("Test Web CA")};
+    SvxTestCa::Issued cert = ca.issueServer(QStringLiteral("IP:127.0.0.1"));
+    LogCapture log;
+
+    void point(BmApiClient& client, const WebServer& server, const QString& key = kKey)
+    {
+        client.setBase(server.origin());
+        client.setApiKey(key);
+        client.setDeviceId(kDevice);
+    }
+
+private slots:
+    void initTestCase() { WebServer::trustAuthority(ca.certPem()); }
+
+    void apiBase_data()
+    {
+        QTest::addColumn<QString>("server");
+        QTest::addColumn<QString>("base");
+        QTest::newRow("master with port") << "2001.master.brandmeister.network:62031"
+                                          << "https://api.brandmeister.network";
+        QTest::newRow("one label") << " localhost "
+                                   << "https://api.localhost";
+        QTest::newRow("empty") << ":62031"
+                               << "";
+    }
+    void apiBase()
+    {
+        QFETCH(QString, server);
+        QFETCH(QString, base);
+        QCOMPARE(BmApiClient::apiBaseForServer(server), base);
+    }
+
+    // The subscription shapes the service has used over time.
+    void profileShapes()
+    {
+        BmProfile p;
+        QVERIFY(zl::dmr::parseBmProfile(R"({"staticSubscriptions":[{"talkgroup":{"id":"91"},"timeslot":"1"},
+            {"group":262,"ts":2},{"tg":"0","slot":1}],"dynamicSubscriptions":[{"id":9990,"slot":2}]})",
+                                        p));
+        QCOMPARE(listed(p.staticTalkgroups) + " | " + listed(p.dynamicTalkgroups), QString("91/1 262/2 | 9990/2"));
+        QVERIFY(!zl::dmr::parseBmProfile("[1,2]", p));
+    }
+
+    // The profile from the service, changed by the three actions the window offers.
+    void profileAndActions()
+    {
+        BmApiServer server(cert.certPem, cert.keyPem, kKey, kDevice);
+        server.staticSubscriptions = {QJsonObject{{"talkgroup", 91}, {"slot", 1}, {"repeaterid", qint64(kDevice)}}};
+        server.dynamicSubscriptions = {QJsonObject{{"talkgroup", 262}, {"slot", 2}, {"timeout", 900}}};
+        server.timedSubscriptions = {QJsonObject{{"talkgroup", 2625}, {"slot", 1}}};
+        BmApiClient client;
+        point(client, server);
+        QSignalSpy profiles(&client, &BmApiClient::profileFetched);
+        QSignalSpy statics(&client, &BmApiClient::staticTalkgroups);
+        QSignalSpy actions(&client, &BmApiClient::actionDone);
+        client.fetchProfile();
+        QTRY_COMPARE(profiles.count(), 1);
+        auto p = profiles.takeFirst().at(0).value<BmProfile>();
+        QCOMPARE(listed(p.staticTalkgroups) + " | " + listed(p.dynamicTalkgroups) + " | " + listed(p.timedTalkgroups),
+                 QString("91/1 | 262/2 | 2625/1"));
+        QCOMPARE(statics.count(), 1);
+
+        client.addStatic(3100, 2);
+        client.removeStatic(91, 1);
+        client.dropDynamic(2);
+        QTRY_COMPARE(actions.count(), 3);
+        QStringList messages;
+        for (const QList<QVariant>& a : std::as_const(actions))
+            messages << a.at(1).toString() + (a.at(0).toBool() ? "" : " (failed)");
+        messages.sort();
+        QCOMPARE(messages,
+                 QStringList({"ADD static TG 3100 TS2 OK", "DEL static TG 91 TS1 OK", "drop dynamic TS2 OK"}));
+        QVERIFY(server.requests.constFirst().headers.value("accept") == "application/json");
+        client.fetchProfile();
+        QTRY_COMPARE(profiles.count(), 1);
+        p = profiles.takeFirst().at(0).value<BmProfile>();
+        QCOMPARE(listed(p.staticTalkgroups) + " | " + listed(p.dynamicTalkgroups), QString("3100/2 | "));
+        QVERIFY(!log.contains(kKey));
+    }
+
+    void failures_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("wrong key") << "key"
+                                   << "BM API profile: unexpected reply (HTTP 401): {\"message\"";
+        QTest::newRow("other device") << "device"
+                                      << "BM API profile: unexpected reply (HTTP 404): ";
+        QTest::newRow("web page") << "html"
+                                  << "BM API profile: unexpected reply (HTTP 200): <!DOCTYPE html>";
+        QTest::newRow("certificate of another authority") << "cert"
+                                                          << "BM API profile fel: HTTP 0 — ";
+        QTest::newRow("no key") << "nokey"
+                                << "BM API: missing base/key/hotspot ID";
+    }
+    void failures()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, expected);
+        SvxTestCa other(QStringLiteral("Other CA"));
+        const SvxTestCa::Issued foreign = other.issueServer(QStringLiteral("IP:127.0.0.1"));
+        const SvxTestCa::Issued& used = setup == "cert" ? foreign : cert;
+        BmApiServer server(used.certPem, used.keyPem, kKey, setup == "device" ? kDevice + 1 : kDevice);
+        if (setup == "html")
+            server.htmlInstead = "<!DOCTYPE html><html><body>Checking your browser…</body></html>";
+        BmApiClient client;
+        point(client, server, setup == "key" ? "SENTINEL-other-key" : setup == "nokey" ? "" : kKey);
+        QSignalSpy errors(&client, &BmApiClient::errorReported);
+        client.fetchProfile();
+        QTRY_COMPARE(errors.count(), 1);
+        QVERIFY2(errors.at(0).at(0).toString().startsWith(expected), qPrintable(errors.at(0).at(0).toString()));
+        QVERIFY(!log.contains("SENTINEL"));
+    }
+
+    // A refused action says what to do about the key; a long answer is cut to 200 bytes.
+    void refusedActions()
+    {
+        BmApiServer server(cert.certPem, cert.keyPem, kKey, kDevice);
+        BmApiClient client;
+        point(client, server, QStringLiteral("SENTINEL-stale-key"));
+        QSignalSpy actions(&client, &BmApiClient::actionDone);
+        client.addStatic(91, 1);
+        QTRY_COMPARE(actions.count(), 1);
+        QCOMPARE(actions.at(0).at(0).toBool(), false);
+        const QString message = actions.at(0).at(1).toString();
+        QVERIFY2(message.startsWith("ADD static TG 91 TS1 failed: HTTP 401 — ") &&
+                     message.contains("Settings → API → BrandMeister"),
+                 qPrintable(message));
+
+        WebServer broken(
+            [](const WebServer::Request&) {
+                return WebServer::Reply{500, "text/plain", QByteArray(500, 'e'), {}};
+            },
+            cert.certPem, cert.keyPem);
+        point(client, broken);
+        client.dropDynamic(1);
+        QTRY_COMPARE(actions.count(), 2);
+        QCOMPARE(actions.at(1).at(1).toString(), "drop dynamic TS1 failed: HTTP 500 — " + QString(200, 'e'));
+        QVERIFY(!log.contains("SENTINEL"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDmrApi)
+#include "tst_dmrapi.moc"
