@@ -1,14 +1,22 @@
 #include "BmApiServer.h"
 #include "LogCapture.h"
 #include "SvxTestCa.h"
+#include "TempConfigHome.h"
+#include "TgifServer.h"
+#include "app/Config.h"
 #include "dmr/BmApiClient.h"
+#include "dmr/TgifApiClient.h"
+#include "dmr/TgifSocketClient.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
 using zl::dmr::BmApiClient;
 using zl::dmr::BmProfile;
+using zl::dmr::TgifApiClient;
+using zl::dmr::TgifStatus;
 
 namespace {
 
@@ -38,6 +46,22 @@ private:
         client.setBase(server.origin());
         client.setApiKey(key);
         client.setDeviceId(kDevice);
+    }
+
+    void point(TgifApiClient& client, const TgifServer& server, const QString& password = "SENTINEL-pass",
+               const QString& token = {})
+    {
+        client.setHost(QStringLiteral("127.0.0.1:62031"));
+        client.setPortsForTests(server.port(), server.sidePort());
+        client.setHotspotId(kDevice);
+        client.setAccount(QStringLiteral("mine"), QStringLiteral("XX0ABC"), password, token);
+        client.socketClient()->setPollTimeoutForTests(200);
+    }
+
+    static QString status(const QSignalSpy& spy, int i)
+    {
+        const auto st = spy.at(i).at(0).value<TgifStatus>();
+        return QStringLiteral("%1 %2 %3").arg(st.connected).arg(st.ts1Talkgroup).arg(st.ts2Talkgroup);
     }
 
 private slots:
@@ -167,6 +191,101 @@ private slots:
         client.dropDynamic(1);
         QTRY_COMPARE(actions.count(), 2);
         QCOMPARE(actions.at(1).at(1).toString(), "drop dynamic TS1 failed: HTTP 500 — " + QString(200, 'e'));
+        QVERIFY(!log.contains("SENTINEL"));
+    }
+
+    // The sessions list and the side port: the disconnect group 4000 reads as none, a hotspot
+    // that is not logged in is refused with the reason.
+    void tgifSessionsAndSidePort()
+    {
+        TgifServer server(cert.certPem, cert.keyPem);
+        server.sessions = {{kDevice, 4000, 91}};
+        TgifApiClient client;
+        point(client, server);
+        QSignalSpy statuses(&client, &TgifApiClient::statusFetched);
+        QSignalSpy actions(&client, &TgifApiClient::actionDone);
+        client.fetchStatus();
+        QTRY_COMPARE(statuses.count(), 1);
+        QCOMPARE(status(statuses, 0), QString("1 0 91"));
+        client.setTalkgroup(1, 3100);
+        QTRY_COMPARE(actions.count(), 1);
+        QCOMPARE(actions.at(0).at(1).toString(), QString("set TS1 → TG 3100 OK"));
+        QCOMPARE(server.sessions.at(0).ts1, 3100u);
+
+        server.sessions.clear();
+        client.fetchStatus();
+        client.setTalkgroup(2, 0);
+        QTRY_COMPARE(actions.count(), 2);
+        QTRY_COMPARE(statuses.count(), 2);
+        QCOMPARE(status(statuses, 1), QString("0 0 0"));
+        QVERIFY(actions.at(1).at(1).toString().startsWith("clear TS2 failed: HTTP 404 — 404\n\nTGIF refused:"));
+    }
+
+    // The self-care page: a login fetches the token and keeps it with the account's key; an
+    // expired token is noticed, and the job runs once more after a new login.
+    void tgifSelfCare()
+    {
+        TempConfigHome home;
+        zl::Config::instance().setSection(
+            "dmr", {{"tgif_api_keys", QJsonArray{QJsonObject{{"name", "mine"}, {"callsign", "XX0ABC"}}}}});
+        TgifServer server(cert.certPem, cert.keyPem);
+        server.sessions = {{kDevice, 0, 91}};
+        server.password = "SENTINEL-pass";
+        server.apiToken = "SENTINEL-token-1";
+        TgifApiClient client;
+        point(client, server);
+        QSignalSpy statuses(&client, &TgifApiClient::statusFetched);
+        QSignalSpy actions(&client, &TgifApiClient::actionDone);
+        auto* socket = client.socketClient();
+        client.withToken([socket] { socket->fetchSessions(QString::number(kDevice)); });
+        QTRY_COMPARE(statuses.count(), 1);
+        QCOMPARE(status(statuses, 0), QString("1 0 91"));
+        QTRY_COMPARE(actions.count(), 1);
+        QCOMPARE(actions.at(0).at(1).toString(), QString("TGIF sessions OK (1 sessions)"));
+        QCOMPARE(zl::Config::instance().section("dmr")["tgif_api_keys"][0]["token"].toString(),
+                 QString("SENTINEL-token-1"));
+
+        server.apiToken = "SENTINEL-token-2";
+        client.withToken([socket] { socket->setTalkgroup(QString::number(kDevice), 2, 262); });
+        QTRY_COMPARE(actions.count(), 3);
+        QCOMPARE(actions.at(1).at(1).toString(),
+                 QString("TGIF does not accept the api_token (status 401) — token expired or wrong."));
+        QCOMPARE(actions.at(2).at(1).toString(), QString("set TS2 → TG 262 OK"));
+        QCOMPARE(server.sessions.at(0).ts2, 262u);
+        QCOMPARE(server.events, QStringList({"handshake", "cli-state", "handshake", "handshake", "selfcare:settg"}));
+        QVERIFY(!log.contains("SENTINEL"));
+    }
+
+    void tgifFailures_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("wrong password") << "password"
+                                        << "TGIF login failed for XX0ABC: Wrong callsign or password";
+        QTest::newRow("silent socket") << "silent"
+                                       << "TGIF: no reply to handshake.";
+        QTest::newRow("no account") << "account"
+                                    << "TGIF login: missing host, callsign or password";
+    }
+    void tgifFailures()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, expected);
+        TgifServer server(cert.certPem, cert.keyPem);
+        server.password = "SENTINEL-pass";
+        server.apiToken = "SENTINEL-token";
+        server.answerSocket = setup != "silent";
+        TgifApiClient client;
+        point(client, server,
+              setup == "password"  ? "SENTINEL-wrong"
+              : setup == "account" ? ""
+                                   : "SENTINEL-pass",
+              setup == "silent" ? "SENTINEL-token" : "");
+        QSignalSpy errors(&client, &TgifApiClient::errorReported);
+        auto* socket = client.socketClient();
+        client.withToken([socket] { socket->fetchSessions(QString::number(kDevice)); });
+        QTRY_COMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).toString(), expected);
         QVERIFY(!log.contains("SENTINEL"));
     }
 };

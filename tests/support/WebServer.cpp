@@ -70,6 +70,8 @@ void WebServer::onReadyRead(QTcpSocket* socket)
     requests.append(request);
 
     const Reply reply = handler(request);
+    if (reply.stall)
+        return;
     QByteArray out = "HTTP/1.1 " + QByteArray::number(reply.status) + " X\r\nContent-Type: " + reply.contentType +
                      "\r\nContent-Length: " + QByteArray::number(reply.body.size()) + "\r\nConnection: close\r\n";
     for (const auto& [name, value] : reply.headers)

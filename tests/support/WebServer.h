@@ -29,6 +29,7 @@ public:
         QByteArray contentType = "application/json";
         QByteArray body;
         QList<std::pair<QByteArray, QByteArray>> headers;
+        bool stall = false; // no answer: the client's wait runs out
     };
     using Handler = std::function<Reply(const Request&)>;
 

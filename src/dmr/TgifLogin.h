@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QNetworkAccessManager;
+
+namespace zl::dmr {
+
+// Signs in to the TGIF web site as a browser does (form token, callsign, password) and reads the
+// api_token from the profile page. The cookie jar it keeps is the session.
+class TgifLogin : public QObject {
+    Q_OBJECT
+
+public:
+    explicit TgifLogin(QObject* parent = nullptr);
+
+    void login(const QString& host, const QString& callsign, const QString& password);
+    QNetworkAccessManager* session() const { return network; }
+
+signals:
+    void tokenFetched(const QString& token);
+    void failed(const QString& msg);
+
+private:
+    void fetchToken(const QString& host);
+
+    QNetworkAccessManager* network;
+};
+
+} // namespace zl::dmr
