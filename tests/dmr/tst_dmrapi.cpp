@@ -6,6 +6,7 @@
 #include "app/Config.h"
 #include "dmr/BmApiClient.h"
 #include "dmr/TgifApiClient.h"
+#include "dmr/TgifScanClient.h"
 #include "dmr/TgifSocketClient.h"
 
 #include <QJsonArray>
@@ -15,7 +16,9 @@
 
 using zl::dmr::BmApiClient;
 using zl::dmr::BmProfile;
+using zl::dmr::ScanConfig;
 using zl::dmr::TgifApiClient;
+using zl::dmr::TgifScanClient;
 using zl::dmr::TgifStatus;
 
 namespace {
@@ -287,6 +290,69 @@ private slots:
         QTRY_COMPARE(errors.count(), 1);
         QCOMPARE(errors.at(0).at(0).toString(), expected);
         QVERIFY(!log.contains("SENTINEL"));
+    }
+
+    // The custom scan through the site's pages: signed in on first need, the list read in priority
+    // order (a key that is no talkgroup ignored), a change, and a form token that the site has
+    // replaced costs one more visit to the form.
+    void tgifScan()
+    {
+        TgifServer server(cert.certPem, cert.keyPem);
+        server.password = "SENTINEL-pass";
+        server.apiToken = "SENTINEL-token";
+        TgifScanClient client;
+        client.setAccount(QStringLiteral("127.0.0.1:%1").arg(server.port()), "XX0ABC", "SENTINEL-pass");
+        QSignalSpy configs(&client, &TgifScanClient::configFetched);
+        QSignalSpy actions(&client, &TgifScanClient::actionDone);
+        const auto listedScan = [&configs] {
+            const auto cfg = configs.takeLast().at(0).value<ScanConfig>();
+            QStringList out{QString::number(cfg.dwellSeconds)};
+            for (const auto& [tg, priority] : cfg.talkgroups)
+                out << QStringLiteral("%1:%2").arg(tg).arg(priority);
+            return out.join(QLatin1Char(' '));
+        };
+        client.refresh();
+        QTRY_COMPARE(configs.count(), 1);
+        QCOMPARE(listedScan(), QString("15 3100:1 91:2"));
+        client.addTalkgroup(262, 3);
+        QTRY_COMPARE(configs.count(), 1);
+        QCOMPARE(actions.at(0).at(1).toString(), QString("add TG 262 (prio 3) OK"));
+        QCOMPARE(listedScan(), QString("15 3100:1 91:2 262:3"));
+
+        server.csrf = "c0ffee02";
+        const auto forms = [&server] {
+            return std::count_if(server.requests.cbegin(), server.requests.cend(),
+                                 [](const WebServer::Request& r) { return r.path == "/scan_config.php"; });
+        };
+        const auto before = forms();
+        client.setDwell(20);
+        QTRY_COMPARE(configs.count(), 1);
+        QCOMPARE(actions.at(1).at(1).toString(), QString("dwell 20 s OK"));
+        QCOMPARE(forms(), before + 1);
+        QVERIFY(!log.contains("SENTINEL"));
+    }
+
+    // A wrong password locks the scan for 30 minutes: the next operation sends nothing.
+    void tgifScanLock()
+    {
+        TgifServer server(cert.certPem, cert.keyPem);
+        server.password = "SENTINEL-pass";
+        TgifScanClient client;
+        qint64 now = 1'000'000;
+        client.setClockForTests([&now] { return now; });
+        client.setAccount(QStringLiteral("127.0.0.1:%1").arg(server.port()), "XX0ABC", "SENTINEL-wrong");
+        QSignalSpy errors(&client, &TgifScanClient::errorReported);
+        client.refresh();
+        QTRY_COMPARE(errors.count(), 1);
+        QVERIFY(errors.at(0).at(0).toString().startsWith(
+            "TGIF login failed for XX0ABC: Wrong callsign or password — no new attempts for 30 min"));
+        const qsizetype sent = server.requests.size();
+        now += 29 * 60 * 1000 - 1;
+        client.setDwell(20);
+        QCOMPARE(errors.count(), 2);
+        QCOMPARE(errors.at(1).at(0).toString(), QString("TGIF: login blocked for another 2 min after a failed attempt "
+                                                        "— TGIF login failed for XX0ABC: Wrong callsign or password"));
+        QCOMPARE(server.requests.size(), sent);
     }
 };
 

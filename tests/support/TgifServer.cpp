@@ -64,7 +64,44 @@ WebServer::Reply TgifServer::answer(const Request& request)
     if (path == QLatin1String("/profile.php"))
         return signedIn ? page("<script>\n  var api_token = \"" + apiToken.toUtf8() + "\";\n</script>")
                         : Reply{302, "text/html", "", {{"Location", "/signin.php"}}};
+    if (path.startsWith(QLatin1String("/scan")) || path.startsWith(QLatin1String("/assets/ajax/scan")))
+        return signedIn ? answerScan(request, path) : Reply{302, "text/html", "", {{"Location", "/signin.php"}}};
     return {404, "text/html", "<h1>Not found</h1>", {}};
+}
+
+WebServer::Reply TgifServer::answerScan(const Request& request, const QString& path)
+{
+    const auto json = [](const QJsonObject& o) {
+        return Reply{200, "application/json", QJsonDocument(o).toJson(QJsonDocument::Compact), {}};
+    };
+    if (path == QLatin1String("/scan_config.php"))
+        return page("<script>const cfg = { csrf_token: \"" + csrf.toUtf8() + "\" };</script>");
+    if (request.method == "GET" && path.endsWith(QLatin1String("scan_config_read.php")))
+        return json(scan);
+    if (request.method == "GET" && path.endsWith(QLatin1String("scan_runtime_state.php")))
+        return json({{"enabled", scan["enabled"].toInt()}, {"current", 91}});
+    if (request.method == "GET" && path.endsWith(QLatin1String("scan_target.php")))
+        return json({{"hotspot", scan["hotspot"]}, {"slot", scan["slot"]}});
+    const bool isJson = request.headers.value("content-type") == "application/json";
+    const QJsonObject body = QJsonDocument::fromJson(request.body).object();
+    const QUrlQuery form(QString::fromUtf8(request.body));
+    const QString token = isJson ? body["csrf_token"].toString() : form.queryItemValue("csrf_token");
+    if (token != csrf)
+        return {302, "text/html", "", {{"Location", "/signin.php"}}};
+    QJsonObject priorities = scan["priorities"].toObject();
+    const QString action = form.queryItemValue("action");
+    if (path.endsWith(QLatin1String("scan_toggle.ajax.php")))
+        scan["enabled"] = form.queryItemValue("value").toInt();
+    else if (isJson)
+        scan["hotspot"] = body["hotspot"], scan["slot"] = body["slot"];
+    else if (action == QLatin1String("set_dwell"))
+        scan["dwellSeconds"] = form.queryItemValue("dwell").toInt();
+    else if (action == QLatin1String("add_tg") || action == QLatin1String("update_tg"))
+        priorities[form.queryItemValue("tg_id")] = form.queryItemValue("priority").toInt();
+    else if (action == QLatin1String("remove_tg"))
+        priorities.remove(form.queryItemValue("tg_id"));
+    scan["priorities"] = priorities;
+    return json({{"ok", 1}});
 }
 
 WebServer::Reply TgifServer::answerSocketIo(const Request& request)

@@ -3,6 +3,7 @@
 #include "WebServer.h"
 
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QStringList>
 
 #include <memory>
@@ -28,12 +29,17 @@ public:
     QString password;
     QString apiToken;
     bool answerSocket = true; // false: polls are held until the client gives up
-    QStringList events;       // socket.io events received, in order
+    // The custom scan: what scan_config_read.php answers, and the form token of scan_config.php,
+    // which the site changes now and then (a form sent with an old one is sent to the sign-in).
+    QJsonObject scan{{"dwellSeconds", 15}, {"priorities", QJsonObject{{"91", 2}, {"3100", 1}, {"x", 3}}}};
+    QString csrf = QStringLiteral("c0ffee01");
+    QStringList events; // socket.io events received, in order
 
 private:
     Reply answer(const Request& request);
     Reply answerSocketIo(const Request& request);
     Reply answerSide(const Request& request);
+    Reply answerScan(const Request& request, const QString& path);
     QJsonArray sessionList(bool selfCare) const;
 
     std::unique_ptr<WebServer> side;
