@@ -12,6 +12,12 @@ namespace {
 
 constexpr int kShownBody = 200;
 
+QString& testBase()
+{
+    static QString base;
+    return base;
+}
+
 int statusOf(QNetworkReply* reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -25,8 +31,15 @@ BmApiClient::BmApiClient(QObject* parent) : QObject(parent), network(new QNetwor
     qRegisterMetaType<QList<zl::dmr::BmStatic>>();
 }
 
+void BmApiClient::setBaseForTests(const QString& origin)
+{
+    testBase() = origin;
+}
+
 QString BmApiClient::apiBaseForServer(const QString& server)
 {
+    if (!testBase().isEmpty())
+        return testBase();
     const QString host = server.section(QLatin1Char(':'), 0, 0).trimmed();
     if (host.isEmpty())
         return {};

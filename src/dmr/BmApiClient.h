@@ -25,6 +25,8 @@ public:
 
     // "https://api." and the last two labels of the master's host name.
     static QString apiBaseForServer(const QString& server);
+    // Sends every client to a loopback service instead (empty: the real one).
+    static void setBaseForTests(const QString& origin);
 
     void fetchProfile();
     void addStatic(quint32 tg, int slot);
