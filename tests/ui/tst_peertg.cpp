@@ -8,11 +8,14 @@
 #include "ui/DmrPeerRow.h"
 #include "ui/PeerTgWindow.h"
 
+#include <QApplication>
+#include <QInputDialog>
 #include <QJsonArray>
 #include <QLabel>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QTest>
+#include <QTimer>
 
 class TestPeerTg : public QObject {
     Q_OBJECT
@@ -64,6 +67,15 @@ private slots:
         window->findChild<QPushButton*>("tgRemove2")->click();
         QTRY_COMPARE(status->text(), QString("hotspot 240000101   ·   static 1 · dynamic 0 · timed 0"));
         QVERIFY(server.dynamicSubscriptions.isEmpty());
+        QTimer::singleShot(0, window, [] {
+            auto* input = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+            QVERIFY(input && input->windowTitle() == "Add static talkgroup — TS1");
+            input->setIntValue(3100);
+            input->accept();
+        });
+        window->findChild<QPushButton*>("tgAdd1")->click();
+        QTRY_COMPARE(window->findChild<QTableWidget*>("tgTable1")->rowCount(), 2);
+        QCOMPARE(window->findChild<QTableWidget*>("tgTable1")->item(1, 0)->text(), QString("3100"));
 
         zl::dmr::savePeers({});
         window->refresh();
