@@ -1,5 +1,7 @@
 #include "dmr/BmApiClient.h"
 
+#include "dmr/WebReply.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -10,17 +12,10 @@ namespace zl::dmr {
 
 namespace {
 
-constexpr int kShownBody = 200;
-
 QString& testBase()
 {
     static QString base;
     return base;
-}
-
-int statusOf(QNetworkReply* reply)
-{
-    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
 } // namespace
@@ -114,11 +109,11 @@ void BmApiClient::addStatic(quint32 tg, int slot)
 
 void BmApiClient::onActionReply(QNetworkReply* reply, const QString& label)
 {
-    const int status = statusOf(reply);
+    const int status = httpStatus(reply);
     const QByteArray body = reply->readAll();
     reply->deleteLater();
     const bool ok = reply->error() == QNetworkReply::NoError && status >= 200 && status <= 299;
-    const QString shown = QString::fromUtf8(body.left(kShownBody));
+    const QString shown = shownBody(body);
     qInfo().noquote() << "BM API" << label << "<-" << status << shown;
     QString message = ok ? QStringLiteral("%1 OK").arg(label)
                          : QStringLiteral("%1 failed: HTTP %2 — %3").arg(label).arg(status).arg(shown);
@@ -131,7 +126,7 @@ void BmApiClient::onActionReply(QNetworkReply* reply, const QString& label)
 
 void BmApiClient::onProfileReply(QNetworkReply* reply)
 {
-    const int status = statusOf(reply);
+    const int status = httpStatus(reply);
     const QByteArray body = reply->readAll();
     reply->deleteLater();
     qInfo().noquote() << "BM API profile <-" << status << "(" << body.size() << "B)";
@@ -145,9 +140,8 @@ void BmApiClient::onProfileReply(QNetworkReply* reply)
         emit staticTalkgroups(profile.staticTalkgroups);
         return;
     }
-    emit errorReported(QStringLiteral("BM API profile: unexpected reply (HTTP %1): %2")
-                           .arg(status)
-                           .arg(QString::fromUtf8(body.left(kShownBody))));
+    emit errorReported(
+        QStringLiteral("BM API profile: unexpected reply (HTTP %1): %2").arg(status).arg(shownBody(body)));
 }
 
 } // namespace zl::dmr

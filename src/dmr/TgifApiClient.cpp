@@ -3,6 +3,7 @@
 #include "dmr/Peer.h"
 #include "dmr/TgifLogin.h"
 #include "dmr/TgifSocketClient.h"
+#include "dmr/WebReply.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -11,7 +12,6 @@
 #include <QNetworkRequest>
 #include <QVariant>
 
-#include <memory>
 #include <utility>
 
 namespace zl::dmr {
@@ -19,17 +19,11 @@ namespace zl::dmr {
 namespace {
 
 constexpr quint32 kDisconnectGroup = 4000;
-constexpr int kShownBody = 200;
 
 quint32 talkgroupOf(const QJsonValue& value)
 {
     const quint32 tg = value.toVariant().toUInt();
     return tg == kDisconnectGroup ? 0 : tg;
-}
-
-int statusOf(QNetworkReply* reply)
-{
-    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
 } // namespace
@@ -92,7 +86,7 @@ void TgifApiClient::fetchStatus()
     QNetworkReply* reply = network->get(request);
     connect(reply, &QNetworkReply::finished, this, [this, reply] {
         reply->deleteLater();
-        const int status = statusOf(reply);
+        const int status = httpStatus(reply);
         const QByteArray body = reply->readAll();
         if (reply->error() != QNetworkReply::NoError) {
             emit errorReported(
@@ -101,9 +95,8 @@ void TgifApiClient::fetchStatus()
         }
         const QJsonDocument doc = QJsonDocument::fromJson(body);
         if (!doc.isArray()) {
-            emit errorReported(QStringLiteral("TGIF API status: unexpected reply (HTTP %1): %2")
-                                   .arg(status)
-                                   .arg(QString::fromUtf8(body.left(kShownBody))));
+            emit errorReported(
+                QStringLiteral("TGIF API status: unexpected reply (HTTP %1): %2").arg(status).arg(shownBody(body)));
             return;
         }
         TgifStatus st;
@@ -139,11 +132,11 @@ void TgifApiClient::setTalkgroup(int slot, quint32 talkgroup)
     QNetworkReply* reply = network->get(request);
     connect(reply, &QNetworkReply::finished, this, [this, reply, label] {
         reply->deleteLater();
-        const int status = statusOf(reply);
+        const int status = httpStatus(reply);
         const QByteArray body = reply->readAll().trimmed();
         // The side port answers with the status as its body, whatever the HTTP status says.
         const bool ok = reply->error() == QNetworkReply::NoError && (body == "200" || (status >= 200 && status <= 299));
-        const QString shown = QString::fromUtf8(body.left(kShownBody));
+        const QString shown = shownBody(body);
         qInfo().noquote() << "TGIF API" << label << "<-" << status << shown;
         QString message = ok ? QStringLiteral("%1 OK").arg(label)
                              : QStringLiteral("%1 failed: HTTP %2 — %3").arg(label).arg(status).arg(shown);
@@ -166,26 +159,20 @@ void TgifApiClient::runWithToken(const std::function<void()>& action)
         action();
         return;
     }
-    auto connections = std::make_shared<QList<QMetaObject::Connection>>();
-    const auto done = [connections] {
-        for (const QMetaObject::Connection& c : std::as_const(*connections))
-            QObject::disconnect(c);
-    };
-    *connections << connect(loginPage, &TgifLogin::tokenFetched, this, [this, action, done](const QString& t) {
-        done();
-        token = t.trimmed();
-        socket->setToken(token);
-        if (!keyName.isEmpty())
-            storeTgifToken(keyName, token);
-        action();
-    });
-    *connections << connect(loginPage, &TgifLogin::failed, this, [this, done](const QString& msg) {
-        done();
-        qWarning().noquote() << "TgifApiClient:" << msg;
-        emit errorReported(msg);
-        emit actionDone(false, msg);
-    });
-    loginPage->login(webHost, callsign, password);
+    loginPage->loginThen(
+        webHost, callsign, password,
+        [this, action](const QString& t) {
+            token = t.trimmed();
+            socket->setToken(token);
+            if (!keyName.isEmpty())
+                storeTgifToken(keyName, token);
+            action();
+        },
+        [this](const QString& msg) {
+            qWarning().noquote() << "TgifApiClient:" << msg;
+            emit errorReported(msg);
+            emit actionDone(false, msg);
+        });
 }
 
 void TgifApiClient::onSessionsFetched(const QList<QJsonObject>& sessions)

@@ -9,6 +9,8 @@
 #include <QRegularExpression>
 #include <QUrlQuery>
 
+#include <memory>
+
 namespace zl::dmr {
 
 namespace {
@@ -65,6 +67,26 @@ void TgifLogin::login(const QString& host, const QString& callsign, const QStrin
             fetchToken(host);
         });
     });
+}
+
+void TgifLogin::loginThen(const QString& host, const QString& callsign, const QString& password,
+                          const std::function<void(const QString&)>& onToken,
+                          const std::function<void(const QString&)>& onFailure)
+{
+    auto connections = std::make_shared<QList<QMetaObject::Connection>>();
+    const auto done = [connections] {
+        for (const QMetaObject::Connection& c : std::as_const(*connections))
+            QObject::disconnect(c);
+    };
+    *connections << connect(this, &TgifLogin::tokenFetched, this, [done, onToken](const QString& token) {
+        done();
+        onToken(token);
+    });
+    *connections << connect(this, &TgifLogin::failed, this, [done, onFailure](const QString& msg) {
+        done();
+        onFailure(msg);
+    });
+    login(host, callsign, password);
 }
 
 void TgifLogin::fetchToken(const QString& host)

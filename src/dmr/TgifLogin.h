@@ -3,6 +3,8 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
+
 class QNetworkAccessManager;
 
 namespace zl::dmr {
@@ -16,6 +18,10 @@ public:
     explicit TgifLogin(QObject* parent = nullptr);
 
     void login(const QString& host, const QString& callsign, const QString& password);
+    // A login whose outcome goes to these handlers alone, each run at most once.
+    void loginThen(const QString& host, const QString& callsign, const QString& password,
+                   const std::function<void(const QString& token)>& onToken,
+                   const std::function<void(const QString& msg)>& onFailure);
     QNetworkAccessManager* session() const { return network; }
 
 signals:

@@ -1,6 +1,7 @@
 #include "dmr/TgifScanClient.h"
 
 #include "dmr/TgifLogin.h"
+#include "dmr/WebReply.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -26,7 +27,7 @@ const QString kConfigAjax = QStringLiteral("/assets/ajax/scan_config.ajax.php");
 // The site sends a signed-out visitor to its sign-in form.
 bool loggedOut(QNetworkReply* reply, const QByteArray& body)
 {
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const int status = httpStatus(reply);
     const QString target = reply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl().toString();
     return (status >= 300 && status <= 399 && target.contains(QLatin1String("signin.php"))) ||
            body.contains("id=\"lcallsign\"");
@@ -81,20 +82,9 @@ void TgifScanClient::withSession(const Job& job, bool afterLogin)
         reply->deleteLater();
         const QByteArray body = reply->readAll();
         if (loggedOut(reply, body) && !afterLogin) {
-            auto connections = std::make_shared<QList<QMetaObject::Connection>>();
-            const auto done = [connections] {
-                for (const QMetaObject::Connection& c : std::as_const(*connections))
-                    QObject::disconnect(c);
-            };
-            *connections << connect(login, &TgifLogin::tokenFetched, this, [this, job, done] {
-                done();
-                withSession(job, true);
-            });
-            *connections << connect(login, &TgifLogin::failed, this, [this, done](const QString& msg) {
-                done();
-                lockAfter(msg);
-            });
-            login->login(host, callsign, password);
+            login->loginThen(
+                host, callsign, password, [this, job](const QString&) { withSession(job, true); },
+                [this](const QString& msg) { lockAfter(msg); });
             return;
         }
         static const QRegularExpression token(QStringLiteral(R"re(csrf_token:\s*"([0-9a-fA-F]+)")re"));
@@ -121,7 +111,7 @@ void TgifScanClient::onActionReply(QNetworkReply* reply, const QString& label, c
     const bool ok = reply->error() == QNetworkReply::NoError && answer.value(QStringLiteral("ok")).toInt() == 1;
     QString reason = answer.value(QStringLiteral("msg")).toString();
     if (reason.isEmpty())
-        reason = QString::fromUtf8(body.left(200));
+        reason = shownBody(body);
     qInfo().noquote() << "Scan" << label << (ok ? "OK" : "failed:") << (ok ? QString() : reason);
     emit actionDone(ok, ok ? label + QStringLiteral(" OK") : label + QStringLiteral(" failed: ") + reason);
     if (ok)

@@ -1,6 +1,7 @@
 #include "dmr/TgifSocketClient.h"
 
 #include "dmr/EngineIoPayload.h"
+#include "dmr/WebReply.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -16,11 +17,6 @@ namespace {
 
 constexpr int kHandshakePolls = 4;
 constexpr int kAnswerPolls = 4;
-
-int statusOf(QNetworkReply* reply)
-{
-    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
 
 QString jsonString(const QString& text)
 {
@@ -73,7 +69,7 @@ void TgifSocketClient::start(Job job)
     QNetworkReply* reply = network->get(QNetworkRequest(url(job)));
     connect(reply, &QNetworkReply::finished, this, [this, reply, job]() mutable {
         reply->deleteLater();
-        const int status = statusOf(reply);
+        const int status = httpStatus(reply);
         const QString body = QString::fromUtf8(reply->readAll());
         const QStringList packets = decodeEngineIoPayload(body);
         const QString open = packets.value(0);
@@ -97,7 +93,7 @@ void TgifSocketClient::send(const Job& job, const QString& message, const std::f
         reply->deleteLater();
         if (reply->error() != QNetworkReply::NoError) {
             finish(job, false,
-                   QStringLiteral("TGIF socket: POST failed — %1 %2").arg(statusOf(reply)).arg(reply->errorString()));
+                   QStringLiteral("TGIF socket: POST failed — %1 %2").arg(httpStatus(reply)).arg(reply->errorString()));
             return;
         }
         next();
