@@ -34,7 +34,7 @@ private slots:
         QFETCH(QString, page);
         LogCapture log;
         DapnetCore core;
-        core.acceptLogin("[Plaigle v20260214 xx0tx k3y-s3cret]");
+        core.goodLogin = "[Plaigle v20260214 xx0tx k3y-s3cret]";
         DapnetClient client;
         client.setServer("127.0.0.1", core.port());
         client.setTransmitter(" XX0TX ", "k3y-s3cret");
@@ -57,7 +57,8 @@ private slots:
     void refusedLoginsBackOff()
     {
         DapnetCore core;
-        core.acceptLogin("[Plaigle v20260214 xx0tx k3y]", 11);
+        core.goodLogin = "[Plaigle v20260214 xx0tx k3y]";
+        core.refusals = 11;
         DapnetClient client;
         client.setTimersForTests(1000);
         QList<int> waits;

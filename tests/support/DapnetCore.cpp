@@ -12,17 +12,12 @@ DapnetCore::DapnetCore()
                 while (socket->canReadLine())
                     onTransmitterLine(socket, socket->readLine().trimmed());
             });
-            connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
-                loggedIn.removeAll(socket);
-                socket->deleteLater();
-            });
+            connect(socket, &QTcpSocket::disconnected, this, [this, socket] { loggedIn.removeAll(socket); });
         }
     });
     connect(&rest, &QTcpServer::newConnection, this, [this] {
-        while (QTcpSocket* socket = rest.nextPendingConnection()) {
+        while (QTcpSocket* socket = rest.nextPendingConnection())
             connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onRestData(socket); });
-            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        }
     });
 }
 
@@ -39,26 +34,22 @@ void DapnetCore::onTransmitterLine(QTcpSocket* socket, const QByteArray& line)
 {
     lines.append(line);
     if (line.startsWith('[')) {
-        ++logins;
-        const bool good = line == goodLogin && logins > refusals;
-        const QByteArrayList queue =
-            good ? QByteArrayList{"2:1A2B", "3:+0000", "4:0123456789ABCDEF"} : QByteArrayList{"7 Invalid credentials"};
-        socket->setProperty("queue", QVariant::fromValue(queue));
+        const bool good = line == goodLogin && ++logins > refusals;
         socket->setProperty("refused", !good);
+        socket->setProperty("queue", good ? QStringList{"2:1A2B", "3:+0000", "4:0123456789ABCDEF"}
+                                          : QStringList{"7 Invalid credentials"});
     } else if (line != "+") {
         return;
     } else if (socket->property("refused").toBool()) {
         socket->disconnectFromHost();
         return;
     }
-    auto queue = socket->property("queue").value<QByteArrayList>();
-    if (queue.isEmpty()) {
-        if (!loggedIn.contains(socket))
-            loggedIn.append(socket);
-        return;
-    }
-    socket->write(queue.takeFirst() + "\r\n");
-    socket->setProperty("queue", QVariant::fromValue(queue));
+    QStringList queue = socket->property("queue").toStringList();
+    if (queue.isEmpty() && !loggedIn.contains(socket))
+        loggedIn.append(socket);
+    else if (!queue.isEmpty())
+        socket->write(queue.takeFirst().toLatin1() + "\r\n");
+    socket->setProperty("queue", queue);
 }
 
 void DapnetCore::send(const QByteArray& line)
@@ -69,26 +60,23 @@ void DapnetCore::send(const QByteArray& line)
 
 void DapnetCore::onRestData(QTcpSocket* socket)
 {
-    QByteArray request = socket->property("request").toByteArray() + socket->readAll();
+    const QByteArray request = socket->property("request").toByteArray() + socket->readAll();
     socket->setProperty("request", request);
     const qsizetype headEnd = request.indexOf("\r\n\r\n");
-    if (headEnd < 0)
-        return;
     QByteArray authorization;
     qsizetype length = 0;
     for (const QByteArray& header : request.left(headEnd).split('\n')) {
         const QByteArray name = header.left(header.indexOf(':')).trimmed().toLower();
-        const QByteArray value = header.mid(header.indexOf(':') + 1).trimmed();
         if (name == "authorization")
-            authorization = value;
+            authorization = header.mid(header.indexOf(':') + 1).trimmed();
         else if (name == "content-length")
-            length = value.toLongLong();
+            length = header.mid(header.indexOf(':') + 1).trimmed().toLongLong();
     }
-    if (request.size() < headEnd + 4 + length)
+    if (headEnd < 0 || request.size() < headEnd + 4 + length)
         return;
     calls.append(request.mid(headEnd + 4, length));
     const bool good = request.startsWith("POST /api/calls ") && authorization == goodAuthorization;
-    const QByteArray body = good ? calls.last() : QByteArray(R"({"code":401,"name":"Unauthorized"})");
+    const QByteArray body = good ? calls.last() : QByteArray("{\"code\":401,\"name\":\"Unauthorized\"}");
     socket->write((good ? "HTTP/1.1 201 Created" : "HTTP/1.1 401 Unauthorized") +
                   QByteArray("\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: ") +
                   QByteArray::number(body.size()) + "\r\n\r\n" + body);

@@ -6,13 +6,11 @@
 
 class QTcpSocket;
 
-// A loopback DAPNET core as it treats transmitters and its REST clients. A transmitter that
-// logs in with a known name and auth key gets the time ("2:…"), its slot data ("3:…") and its
-// schedule ("4:…"), each sent once the one before is acknowledged with "+"; any other login is
-// refused with "7 …" and closed once the refusal is acknowledged. Test lines go to transmitters
-// past their schedule. The REST side takes POST
-// /api/calls with HTTP basic authentication and answers 201, or 401 for any other account.
-// Every line and every call body is recorded.
+// A loopback DAPNET core. A transmitter whose login line is `goodLogin` (after the first
+// `refusals` tries) gets the time "2:…", slot data "3:…" and schedule "4:…", each once the one
+// before is acked with "+"; other logins get "7 …" and are closed once that is acked. The REST
+// side answers POST /api/calls with 201, or 401 when the Authorization header is not
+// `goodAuthorization`. Everything received is recorded.
 class DapnetCore : public QObject {
     Q_OBJECT
 
@@ -22,19 +20,14 @@ public:
 
     quint16 port() const { return transmitters.serverPort(); }
     QString apiBase() const { return QStringLiteral("http://127.0.0.1:%1").arg(rest.serverPort()); }
-    // The login line of the one transmitter known, refused all the same the first `refused` times.
-    void acceptLogin(const QByteArray& loginLine, int refused = 0)
-    {
-        goodLogin = loginLine;
-        refusals = refused;
-    }
-    void acceptAuthorization(const QByteArray& header) { goodAuthorization = header; }
-    // A line (CR LF added) to every logged-in transmitter.
+    // A line (CR LF added) to every transmitter past its schedule.
     void send(const QByteArray& line);
 
-    QList<QByteArray> lines; // from the transmitters, logins included
-    QList<QByteArray> calls; // bodies of the calls, accepted or not
-    int logins = 0;
+    QByteArray goodLogin;
+    int refusals = 0;
+    QByteArray goodAuthorization;
+    QList<QByteArray> lines; // from the transmitters
+    QList<QByteArray> calls; // bodies of the REST calls
 
 private:
     void onTransmitterLine(QTcpSocket* socket, const QByteArray& line);
@@ -42,8 +35,6 @@ private:
 
     QTcpServer transmitters;
     QTcpServer rest;
-    QByteArray goodLogin;
-    int refusals = 0;
-    QByteArray goodAuthorization;
     QList<QTcpSocket*> loggedIn;
+    int logins = 0;
 };
