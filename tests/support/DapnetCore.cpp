@@ -12,7 +12,6 @@ DapnetCore::DapnetCore()
                 while (socket->canReadLine())
                     onTransmitterLine(socket, socket->readLine().trimmed());
             });
-            connect(socket, &QTcpSocket::disconnected, this, [this, socket] { loggedIn.removeAll(socket); });
         }
     });
     connect(&rest, &QTcpServer::newConnection, this, [this] {
@@ -21,20 +20,11 @@ DapnetCore::DapnetCore()
     });
 }
 
-DapnetCore::~DapnetCore()
-{
-    // Sockets still open say nothing more to a core that is going.
-    for (const QTcpServer* server : {&transmitters, &rest}) {
-        for (QTcpSocket* socket : server->findChildren<QTcpSocket*>())
-            socket->disconnect(this);
-    }
-}
-
 void DapnetCore::onTransmitterLine(QTcpSocket* socket, const QByteArray& line)
 {
     lines.append(line);
     if (line.startsWith('[')) {
-        const bool good = line == goodLogin && ++logins > refusals;
+        const bool good = line == goodLogin && refusals-- <= 0;
         socket->setProperty("refused", !good);
         socket->setProperty("queue", good ? QStringList{"2:1A2B", "3:+0000", "4:0123456789ABCDEF"}
                                           : QStringList{"7 Invalid credentials"});
@@ -45,17 +35,18 @@ void DapnetCore::onTransmitterLine(QTcpSocket* socket, const QByteArray& line)
         return;
     }
     QStringList queue = socket->property("queue").toStringList();
-    if (queue.isEmpty() && !loggedIn.contains(socket))
-        loggedIn.append(socket);
-    else if (!queue.isEmpty())
+    socket->setProperty("ready", queue.isEmpty());
+    if (!queue.isEmpty())
         socket->write(queue.takeFirst().toLatin1() + "\r\n");
     socket->setProperty("queue", queue);
 }
 
 void DapnetCore::send(const QByteArray& line)
 {
-    for (QTcpSocket* socket : std::as_const(loggedIn))
-        socket->write(line + "\r\n");
+    for (QTcpSocket* socket : transmitters.findChildren<QTcpSocket*>()) {
+        if (socket->property("ready").toBool() && socket->state() == QAbstractSocket::ConnectedState)
+            socket->write(line + "\r\n");
+    }
 }
 
 void DapnetCore::onRestData(QTcpSocket* socket)

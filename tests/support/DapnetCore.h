@@ -6,17 +6,16 @@
 
 class QTcpSocket;
 
-// A loopback DAPNET core. A transmitter whose login line is `goodLogin` (after the first
-// `refusals` tries) gets the time "2:…", slot data "3:…" and schedule "4:…", each once the one
-// before is acked with "+"; other logins get "7 …" and are closed once that is acked. The REST
-// side answers POST /api/calls with 201, or 401 when the Authorization header is not
+// A loopback DAPNET core. A transmitter whose login line is `goodLogin` gets the time "2:…",
+// slot data "3:…" and schedule "4:…", each once the one before is acked with "+"; other logins,
+// and the next `refusals` good ones, get "7 …" and are closed once that is acked. The REST side
+// answers POST /api/calls with 201, or 401 when the Authorization header is not
 // `goodAuthorization`. Everything received is recorded.
 class DapnetCore : public QObject {
     Q_OBJECT
 
 public:
     DapnetCore();
-    ~DapnetCore() override;
 
     quint16 port() const { return transmitters.serverPort(); }
     QString apiBase() const { return QStringLiteral("http://127.0.0.1:%1").arg(rest.serverPort()); }
@@ -35,6 +34,4 @@ private:
 
     QTcpServer transmitters;
     QTcpServer rest;
-    QList<QTcpSocket*> loggedIn;
-    int logins = 0;
 };
