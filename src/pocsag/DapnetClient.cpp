@@ -151,6 +151,8 @@ void DapnetClient::stop()
 
 void DapnetClient::startReconnectTimer()
 {
+    // Told, so that a transmitter silent for minutes after refused logins is not a mystery.
+    qInfo().noquote() << "DapnetClient: next attempt in" << reconnectDelayMs() / 1000 << "s";
     reconnectTimer->start(reconnectDelayMs() / timerSpeedup);
 }
 

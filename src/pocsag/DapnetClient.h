@@ -35,8 +35,6 @@ public:
     State state() const { return currentState; }
     QString statusText() const;
     QString lastErrorText() const { return lastError; }
-    // The wait before the next attempt: it grows only with logins the core refused.
-    int reconnectDelayMs() const;
 
     // Tests run the reconnect waits this many times faster and send calls to a loopback
     // endpoint in place of the network's.
@@ -66,6 +64,8 @@ private:
     void fail(const QString& reason);
     void handleLine(const QByteArray& line);
     void handleMessage(const QByteArray& line, const DapnetLine& message);
+    // The wait before the next attempt: it grows only with logins the core refused.
+    int reconnectDelayMs() const;
     void startReconnectTimer();
 
     QTcpSocket* socket;

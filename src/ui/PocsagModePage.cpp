@@ -6,6 +6,7 @@
 #include "db/ServerRegistry.h"
 #include "pocsag/DapnetClient.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
@@ -77,8 +78,14 @@ PocsagModePage::PocsagModePage(QWidget* parent) : BaseModePage(QStringLiteral("P
             [this](const QString& reason) { showStatus(QStringLiteral("err: ") + reason, true); });
     connect(dapnet, &DapnetClient::callResult, this, [this](bool ok, const QString& message) {
         showStatus(message, !ok);
-        if (ok)
-            textEdit->clear();
+        if (!ok)
+            return;
+        textEdit->clear();
+        // An emergency page is a deliberate act each time, never the leftover of the last one.
+        emergencyBox->setChecked(false);
+    });
+    connect(dapnet, &DapnetClient::scheduleReceived, this, [this](const QString& schedule) {
+        statusLabel->setToolTip(QStringLiteral("Time slots of this transmitter: %1").arg(schedule));
     });
 
     auto* layout = new QVBoxLayout(this);
@@ -201,11 +208,18 @@ void PocsagModePage::reloadConfig()
         ownRics.insert(ric.toUInt());
     const QSignalBlocker block(enabledBox);
     enabledBox->setChecked(isModeEnabled());
-    applySettings();
+    // New credentials or another core take effect at once, not at the next reconnect.
+    if (applySettings() && clientActive())
+        dapnet->start();
     emit enabledChanged(isModeEnabled());
 }
 
-void PocsagModePage::applySettings()
+bool PocsagModePage::clientActive() const
+{
+    return dapnet->state() != DapnetClient::State::Disconnected && dapnet->state() != DapnetClient::State::Failed;
+}
+
+bool PocsagModePage::applySettings()
 {
     const QJsonObject pocsag = section();
     QString server = serverCombo->currentData().toString();
@@ -221,6 +235,11 @@ void PocsagModePage::applySettings()
     // Without a name on the tab, the account is the username of the mode's identity.
     const QString username = text("username").trimmed();
     dapnet->setAccount(username.isEmpty() ? zl::resolveIdentity(modeKey()).callsign : username, text("password"));
+    const QString login =
+        QStringList{serverCombo->currentData().toString(), text("tx_name"), text("auth_key")}.join(u'\n');
+    const bool changed = login != appliedLogin;
+    appliedLogin = login;
+    return changed;
 }
 
 void PocsagModePage::storeKey(const QString& key, const QJsonValue& value)
@@ -242,7 +261,7 @@ void PocsagModePage::onEnabledToggled(bool on)
 
 void PocsagModePage::onConnectClicked()
 {
-    if (dapnet->state() != DapnetClient::State::Disconnected && dapnet->state() != DapnetClient::State::Failed) {
+    if (clientActive()) {
         dapnet->stop();
         return;
     }
@@ -253,7 +272,7 @@ void PocsagModePage::onConnectClicked()
 void PocsagModePage::onStateChanged()
 {
     const DapnetClient::State state = dapnet->state();
-    const bool active = state != DapnetClient::State::Disconnected && state != DapnetClient::State::Failed;
+    const bool active = clientActive();
     connectButton->setText(active ? QStringLiteral("Disconnect") : QStringLiteral("Connect"));
     connectButton->setEnabled(active || !serverCombo->currentData().toString().isEmpty());
     // While it tries again, the reason it lost the core stays in view.
@@ -295,8 +314,12 @@ void PocsagModePage::onSendClicked()
 
 void PocsagModePage::onPageReceived(uint ric, int /*type*/, int func, const QString& text)
 {
-    addRow(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), ric, ownRics.contains(ric), typeText(func), text);
+    const bool mine = ownRics.contains(ric);
+    addRow(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), ric, mine, typeText(func), text);
     saveHistory();
+    // A pager is for being called: a page to this station asks for attention like a chat message.
+    if (mine)
+        QApplication::alert(window());
 }
 
 void PocsagModePage::addRow(const QString& time, uint ric, bool mine, const QString& type, const QString& text)

@@ -39,7 +39,9 @@ public slots:
 private:
     void onPageReceived(uint ric, int type, int func, const QString& text);
     void onStateChanged();
-    void applySettings();
+    // True when the server or the transmitter login differs from the one applied before.
+    bool applySettings();
+    bool clientActive() const;
     void storeKey(const QString& key, const QJsonValue& value);
     void addRow(const QString& time, uint ric, bool mine, const QString& type, const QString& text);
     void loadHistory();
@@ -57,4 +59,5 @@ private:
     QCheckBox* emergencyBox = nullptr;
     QTableWidget* pages = nullptr;
     QSet<uint> ownRics;
+    QString appliedLogin;
 };

@@ -2,7 +2,8 @@
 
 #include <QTcpSocket>
 
-DapnetCore::DapnetCore()
+DapnetCore::DapnetCore(const QByteArray& login, const QByteArray& authorization)
+    : goodLogin(login), goodAuthorization(authorization)
 {
     transmitters.listen(QHostAddress::LocalHost);
     rest.listen(QHostAddress::LocalHost);
@@ -54,19 +55,16 @@ void DapnetCore::onRestData(QTcpSocket* socket)
     const QByteArray request = socket->property("request").toByteArray() + socket->readAll();
     socket->setProperty("request", request);
     const qsizetype headEnd = request.indexOf("\r\n\r\n");
-    QByteArray authorization;
-    qsizetype length = 0;
-    for (const QByteArray& header : request.left(headEnd).split('\n')) {
-        const QByteArray name = header.left(header.indexOf(':')).trimmed().toLower();
-        if (name == "authorization")
-            authorization = header.mid(header.indexOf(':') + 1).trimmed();
-        else if (name == "content-length")
-            length = header.mid(header.indexOf(':') + 1).trimmed().toLongLong();
-    }
+    // Qt writes the header names as these are spelt.
+    const auto header = [&request](const QByteArray& name) {
+        const qsizetype at = request.indexOf("\r\n" + name + ": ") + name.size() + 4;
+        return request.mid(at, request.indexOf("\r\n", at) - at);
+    };
+    const qsizetype length = header("Content-Length").toLongLong();
     if (headEnd < 0 || request.size() < headEnd + 4 + length)
         return;
     calls.append(request.mid(headEnd + 4, length));
-    const bool good = request.startsWith("POST /api/calls ") && authorization == goodAuthorization;
+    const bool good = request.startsWith("POST /api/calls ") && header("Authorization") == goodAuthorization;
     const QByteArray body = good ? calls.last() : QByteArray("{\"code\":401,\"name\":\"Unauthorized\"}");
     socket->write((good ? "HTTP/1.1 201 Created" : "HTTP/1.1 401 Unauthorized") +
                   QByteArray("\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: ") +
