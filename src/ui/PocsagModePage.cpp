@@ -107,6 +107,10 @@ PocsagModePage::PocsagModePage(QWidget* parent) : BaseModePage(QStringLiteral("P
     layout->addWidget(statusLabel);
 
     auto* form = new QHBoxLayout;
+    identityCombo = new QComboBox;
+    identityCombo->setToolTip(QStringLiteral("The account that sends when none is set on the POCSAG tab; its RICs "
+                                             "count as this station's own"));
+    form->addWidget(identityCombo);
     toEdit = new QLineEdit;
     toEdit->setObjectName(QStringLiteral("pocsagTo"));
     toEdit->setPlaceholderText(QStringLiteral("To (callsigns)"));
@@ -142,6 +146,9 @@ PocsagModePage::PocsagModePage(QWidget* parent) : BaseModePage(QStringLiteral("P
     connect(textEdit, &QLineEdit::returnPressed, this, &PocsagModePage::onSendClicked);
     connect(serverCombo, &QComboBox::activated, this,
             [this] { storeKey(QStringLiteral("server"), serverCombo->currentData().toString()); });
+    // The main window reloads every page when the choice is stored, this one included.
+    connect(identityCombo, &QComboBox::activated, this,
+            [this] { zl::setActiveIdentity(modeKey(), identityCombo->currentData().toString()); });
     connect(groupEdit, &QLineEdit::editingFinished, this,
             [this] { storeKey(QStringLiteral("tx_group"), groupEdit->text().trimmed()); });
 
@@ -201,6 +208,7 @@ void PocsagModePage::reloadConfig()
     connectButton->setEnabled(!serverCombo->currentData().toString().isEmpty() ||
                               dapnet->state() != DapnetClient::State::Disconnected);
     groupEdit->setText(pocsag.value(QStringLiteral("tx_group")).toString());
+    fillIdentityCombo(identityCombo, modeKey());
     // Own RICs are set on the tab and on the identities of the mode; both count.
     ownRics.clear();
     const QString identityRics = zl::resolveIdentity(modeKey()).id_field;

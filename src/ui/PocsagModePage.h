@@ -51,6 +51,7 @@ private:
     zl::pocsag::DapnetClient* dapnet = nullptr;
     QCheckBox* enabledBox = nullptr;
     QComboBox* serverCombo = nullptr;
+    QComboBox* identityCombo = nullptr;
     QPushButton* connectButton = nullptr;
     QLabel* statusLabel = nullptr;
     QLineEdit* toEdit = nullptr;

@@ -65,7 +65,7 @@ void DapnetCore::onRestData(QTcpSocket* socket)
         return;
     calls.append(request.mid(headEnd + 4, length));
     const bool good = request.startsWith("POST /api/calls ") && header("Authorization") == goodAuthorization;
-    const QByteArray body = good ? calls.last() : QByteArray("{\"code\":401,\"name\":\"Unauthorized\"}");
+    const QByteArray body = good ? calls.last() : QByteArray("Unauthorized");
     socket->write((good ? "HTTP/1.1 201 Created" : "HTTP/1.1 401 Unauthorized") +
                   QByteArray("\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: ") +
                   QByteArray::number(body.size()) + "\r\n\r\n" + body);

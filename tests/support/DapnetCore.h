@@ -6,10 +6,9 @@
 
 class QTcpSocket;
 
-// A loopback DAPNET core. A transmitter with the good login line gets the time "2:…", slot data
-// "3:…" and schedule "4:…", each once the one before is acked with "+"; others, and the next
-// `refusals` good ones, get "7 …" and are closed once that is acked. POST /api/calls answers 201
-// with the good Authorization header, else 401. Everything received is recorded.
+// A loopback DAPNET core: a good login gets the time "2:…", slots "3:…" and schedule "4:…", each
+// once the one before is acked with "+"; others, and the next `refusals` good ones, get "7 …" and
+// are closed once that is acked. POST /api/calls answers 201 with the good Authorization, else 401.
 class DapnetCore : public QObject {
     Q_OBJECT
 
@@ -22,8 +21,7 @@ public:
     void send(const QByteArray& line);
 
     int refusals = 0;
-    QList<QByteArray> lines; // from the transmitters
-    QList<QByteArray> calls; // bodies of the REST calls
+    QList<QByteArray> lines, calls; // every line from the transmitters; the bodies of the REST calls
 
 private:
     void onTransmitterLine(QTcpSocket* socket, const QByteArray& line);
