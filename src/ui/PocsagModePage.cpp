@@ -26,6 +26,8 @@
 #include <QTime>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using zl::pocsag::DapnetClient;
 
 namespace {
@@ -124,12 +126,15 @@ PocsagModePage::PocsagModePage(QWidget* parent) : BaseModePage(QStringLiteral("P
     emergencyBox = new QCheckBox(QStringLiteral("Emergency"));
     auto* send = new QPushButton(QStringLiteral("Send"));
     send->setObjectName(QStringLiteral("pocsagSend"));
-    form->addWidget(toEdit);
-    form->addWidget(groupEdit);
-    form->addWidget(textEdit, 2);
-    form->addWidget(emergencyBox);
-    form->addWidget(send);
+    form->addWidget(toEdit, 1);
+    form->addWidget(groupEdit, 1);
     layout->addLayout(form);
+    // The message gets a line of its own: the window may be as narrow as a 7-inch screen.
+    auto* message = new QHBoxLayout;
+    message->addWidget(textEdit, 1);
+    message->addWidget(emergencyBox);
+    message->addWidget(send);
+    layout->addLayout(message);
 
     pages = new QTableWidget(0, 5);
     pages->setObjectName(QStringLiteral("pocsagPages"));
@@ -144,8 +149,11 @@ PocsagModePage::PocsagModePage(QWidget* parent) : BaseModePage(QStringLiteral("P
     connect(servers, &QPushButton::clicked, this, &PocsagModePage::openModeSettings);
     connect(send, &QPushButton::clicked, this, &PocsagModePage::onSendClicked);
     connect(textEdit, &QLineEdit::returnPressed, this, &PocsagModePage::onSendClicked);
-    connect(serverCombo, &QComboBox::activated, this,
-            [this] { storeKey(QStringLiteral("server"), serverCombo->currentData().toString()); });
+    connect(serverCombo, &QComboBox::activated, this, [this] {
+        storeKey(QStringLiteral("server"), serverCombo->currentData().toString());
+        if (applySettings() && clientActive())
+            dapnet->start();
+    });
     // The main window reloads every page when the choice is stored, this one included.
     connect(identityCombo, &QComboBox::activated, this,
             [this] { zl::setActiveIdentity(modeKey(), identityCombo->currentData().toString()); });
@@ -180,10 +188,11 @@ QString PocsagModePage::serverText() const
 
 QString PocsagModePage::targetText() const
 {
+    QList<uint> sorted(ownRics.cbegin(), ownRics.cend());
+    std::sort(sorted.begin(), sorted.end());
     QStringList rics;
-    for (const uint ric : ownRics)
+    for (const uint ric : std::as_const(sorted))
         rics.append(QString::number(ric));
-    rics.sort();
     return rics.join(QStringLiteral(", "));
 }
 
