@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QByteArray line(reinterpret_cast<const char*>(data), qsizetype(size));
     const zl::pocsag::DapnetLine parsed = zl::pocsag::parseDapnetLine(line);
     if (parsed.kind == zl::pocsag::DapnetLine::Kind::Message &&
-        (parsed.answer.size() != 6 || !parsed.answer.startsWith('#') || !parsed.answer.endsWith("\r\n")))
+        (parsed.answer.size() != 7 || !parsed.answer.startsWith('#') || !parsed.answer.endsWith("\r\n")))
         std::abort();
     return 0;
 }
