@@ -271,8 +271,10 @@ void PocsagModePage::storeKey(const QString& key, const QJsonValue& value)
 void PocsagModePage::onEnabledToggled(bool on)
 {
     storeKey(QStringLiteral("enabled"), on);
-    if (on != (dapnet->state() != DapnetClient::State::Disconnected))
+    if (on && !clientActive())
         onConnectClicked();
+    else if (!on)
+        dapnet->stop();
     emit enabledChanged(on);
 }
 
