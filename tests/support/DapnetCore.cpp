@@ -1,7 +1,5 @@
 #include "DapnetCore.h"
 
-#include <QTcpSocket>
-
 DapnetCore::DapnetCore(const QByteArray& login, const QByteArray& authorization)
     : goodLogin(login), goodAuthorization(authorization)
 {

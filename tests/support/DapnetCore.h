@@ -3,8 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QTcpServer>
-
-class QTcpSocket;
+#include <QTcpSocket>
 
 // A loopback DAPNET core: a good login gets the time "2:…", slots "3:…" and schedule "4:…", each
 // once the one before is acked with "+"; others, and the next `refusals` good ones, get "7 …" and
