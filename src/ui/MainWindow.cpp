@@ -24,6 +24,7 @@
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
+#include "ui/PocsagModePage.h"
 #include "ui/ScreenFit.h"
 #include "ui/SettingsDialog.h"
 #include "ui/StyleSheet.h"
@@ -163,6 +164,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new SvxLinkModePage;
         else if (mode == QLatin1String("APRS"))
             page = new AprsModePage;
+        else if (mode == QLatin1String("POCSAG"))
+            page = new PocsagModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
