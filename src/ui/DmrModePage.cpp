@@ -31,24 +31,6 @@ std::optional<zl::dmr::Peer> cardPeer()
     return std::nullopt;
 }
 
-const char* dotColour(zl::dmr::DmrPeerClient::State state)
-{
-    using Client = zl::dmr::DmrPeerClient;
-    switch (state) {
-    case Client::Running:
-        return BaseModePage::kUp;
-    case Client::Resolving:
-    case Client::WaitingLogin:
-    case Client::WaitingAuth:
-    case Client::WaitingConfig:
-        return BaseModePage::kBetween;
-    case Client::Failed:
-        return BaseModePage::kFailed;
-    default:
-        return BaseModePage::kIdle;
-    }
-}
-
 } // namespace
 
 DmrModePage::DmrModePage(QWidget* parent) : BaseModePage(QStringLiteral("DMR"), parent)
@@ -146,7 +128,7 @@ void DmrModePage::updateStatuses()
         zl::ui::DmrPeerRow* row = rows.value(client.label);
         if (!row)
             continue;
-        row->setStatus(QLatin1String(dotColour(client.state)), client.stateText);
+        row->setStatus(QLatin1String(zl::ui::DmrPeerRow::dotColour(client.state)), client.stateText);
         reported.insert(client.label);
     }
     // A peer without a client (switched off, incomplete) is idle.
