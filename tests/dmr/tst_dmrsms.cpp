@@ -5,6 +5,7 @@
 #include "dmr/DmrPeerClient.h"
 #include "dmr/DmrdFrame.h"
 #include "dmr/SlotType.h"
+#include "dmr/SmsText.h"
 #include "dmr/Sync.h"
 #include "dmr/Trellis34.h"
 
@@ -159,6 +160,39 @@ private slots:
         const bool ok = trellis34Decode(bytes(trellisBurst(data, flipped)), reinterpret_cast<uint8_t*>(out.data()));
         QCOMPARE(out == data, recovered);
         QVERIFY(ok || !recovered);
+    }
+
+    void recognition_data()
+    {
+        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<QStringList>("expected"); // format, text, family, confidence
+        QTest::newRow("empty") << QByteArray() << QStringList{"empty", "", "unknown", "0"};
+        QTest::newRow("two bytes, no run") << QByteArray("6869") << QStringList{"bin", "", "unknown", "0"};
+        QTest::newRow("one byte") << QByteArray("41") << QStringList{"bin", "", "unknown", "0"};
+        QTest::newRow("anytone without ip")
+            << QByteArray("0200480069") << QStringList{"anytone_ucs2_be", "Hi", "anytone_tyt", "95"};
+        QTest::newRow("etsi big-endian") << QByteArray("04004800690009")
+                                         << QStringList{"etsi_ucs2_be", "Hi ", "etsi", "90"};
+        QTest::newRow("dd 4, neither order")
+            << QByteArray("04010203044142434445") << QStringList{"ascii_run", "ABCDE", "unknown", "50"};
+        QTest::newRow("8 bit without text") << QByteArray("080102") << QStringList{"etsi_8bit_bin", "", "etsi", "85"};
+        QTest::newRow("short data, hytera")
+            << QByteArray("0A4C52525020666978200D0A00") << QStringList{"short_data_ascii", "LRRP fix", "hytera", "85"};
+        QTest::newRow("ucs-2 be") << QByteArray("00480065006C006C006F")
+                                  << QStringList{"ucs2_be", "Hello", "china_family", "70"};
+        QTest::newRow("ucs-2 le") << QByteArray("480065006C00") << QStringList{"ucs2_le", "Hel", "etsi", "70"};
+        QTest::newRow("ip without marker") << QByteArray("4500002A0001000040110000000000000000000000000000000000000000"
+                                                         "0000004D4F544F5452424F206869")
+                                           << QStringList{"ascii_run", "MOTOTRBO hi", "motorola", "50"};
+    }
+    void recognition()
+    {
+        QFETCH(QByteArray, payload);
+        QFETCH(QStringList, expected);
+        const QByteArray raw = QByteArray::fromHex(payload);
+        const DecodedText d = decodeSmsText(bytes(raw), int(raw.size()));
+        QCOMPARE((QStringList{d.format, d.text, d.family, QString::number(d.confidence)}), expected);
+        QCOMPARE(int(d.dd), raw.isEmpty() ? 0 : int(uint8_t(raw[0])));
     }
 
     // Data calls as radios send them, laid out by hand: header, then blocks of 12 (rate 1/2) or
