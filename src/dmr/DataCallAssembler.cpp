@@ -1,6 +1,7 @@
 #include "DataCallAssembler.h"
 
 #include "dmr/BPTC19696.h"
+#include "dmr/Bits.h"
 #include "dmr/DmrdFrame.h"
 #include "dmr/Trellis34.h"
 
@@ -9,11 +10,6 @@
 namespace zl::dmr {
 
 namespace {
-
-uint32_t be24(const uint8_t* p)
-{
-    return (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
-}
 
 // Confirmed blocks start with the block's serial number and its CRC-9, which are not data.
 constexpr int kConfirmedBlockPrefix = 2;
@@ -27,8 +23,8 @@ void DataCallAssembler::openCall(uint32_t streamId, const uint8_t* h, qint64 now
     call.group = (h[0] & 0x80) != 0;
     call.sap = h[1] >> 4;
     call.dataType = DataType::DataHeader;
-    call.dstId = be24(h + 2);
-    call.srcId = be24(h + 5);
+    call.dstId = readBe(h + 2, 3);
+    call.srcId = readBe(h + 5, 3);
     if (call.dpf == Dpf::ShortDataDefined || call.dpf == Dpf::ShortDataRaw) {
         // Short data counts its blocks in these bits and has no pad count.
         call.blocks = uint8_t((h[0] & 0x30) | (h[1] & 0x0F));

@@ -254,6 +254,9 @@ void DmrPeerClient::stop()
     clockTimer->stop();
     retryTimer->stop();
     countdownTimer->stop();
+    // A message still queued goes nowhere after the goodbye; it is not reported as sent.
+    smsTimer->stop();
+    smsQueue.clear();
     reconnecting = false;
     backoff.reset();
     if (socket->state() != QAbstractSocket::UnconnectedState)

@@ -2,6 +2,7 @@
 
 #include "app/CrcCcitt.h"
 #include "dmr/BPTC19696.h"
+#include "dmr/Bits.h"
 #include "dmr/DmrdFrame.h"
 #include "dmr/SlotType.h"
 #include "dmr/Sync.h"
@@ -27,15 +28,7 @@ std::atomic<uint8_t> anytoneMessageNumber{0x82};
 
 void putBe16(QByteArray& out, int at, uint16_t v)
 {
-    out[at] = char(v >> 8);
-    out[at + 1] = char(v);
-}
-
-void putBe24(uint8_t* p, uint32_t v)
-{
-    p[0] = uint8_t(v >> 16);
-    p[1] = uint8_t(v >> 8);
-    p[2] = uint8_t(v);
+    writeBe(reinterpret_cast<uint8_t*>(out.data()) + at, 2, v);
 }
 
 // Ones' complement sum of 16-bit words, as IP and UDP checksums add.
@@ -110,13 +103,9 @@ QByteArray anytoneIpPacket(uint32_t srcId, uint32_t dstId, const QString& text)
     p[9] = 17;
     // Addresses in the 12.x.x.x network, the radio's DMR ID in the low three bytes.
     p[12] = 12;
-    p[13] = char(srcId >> 16);
-    p[14] = char(srcId >> 8);
-    p[15] = char(srcId);
+    writeBe(reinterpret_cast<uint8_t*>(p.data()) + 13, 3, srcId);
     p[16] = 12;
-    p[17] = char(dstId >> 16);
-    p[18] = char(dstId >> 8);
-    p[19] = char(dstId);
+    writeBe(reinterpret_cast<uint8_t*>(p.data()) + 17, 3, dstId);
     putBe16(p, 20, kAnytonePort);
     putBe16(p, 22, kAnytonePort);
     const auto udpLength = uint16_t(2 * n + 18);
@@ -192,16 +181,16 @@ DataCallFrames buildDataCall(const SmsPdu& pdu, uint32_t srcId, uint32_t dstId, 
     for (int i = 0; i < kPreambles; ++i) {
         uint8_t csbk[12] = {kPreambleCsbko, 0x00, uint8_t(privateCall ? 0x80 : 0xC0),
                             uint8_t(out.blocks + kPreambles - i)};
-        putBe24(csbk + 4, dstId);
-        putBe24(csbk + 7, srcId);
+        writeBe(csbk + 4, 3, dstId);
+        writeBe(csbk + 7, 3, srcId);
         sealWithCrc(csbk, kCsbkCrcMask);
         emitBurst(DataType::Csbk, csbk);
     }
 
     uint8_t dataHeader[12] = {uint8_t((privateCall ? 0 : 0x80) | (out.pad & 0x10) | 2),
                               uint8_t((pdu.sap << 4) | (out.pad & 0x0F))};
-    putBe24(dataHeader + 2, dstId);
-    putBe24(dataHeader + 5, srcId);
+    writeBe(dataHeader + 2, 3, dstId);
+    writeBe(dataHeader + 5, 3, srcId);
     dataHeader[8] = uint8_t(0x80 | out.blocks);
     sealWithCrc(dataHeader, kDataHeaderCrcMask);
     emitBurst(DataType::DataHeader, dataHeader);
