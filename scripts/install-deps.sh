@@ -13,7 +13,7 @@ libspdlog-dev libfmt-dev
 libbenchmark-dev
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps iproute2
 espeak-ng sox
-svxlink-server iaxmodem tshark
+svxlink-server iaxmodem tshark direwolf
 desktop-file-utils appstream
 "
 

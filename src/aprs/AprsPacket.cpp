@@ -28,9 +28,11 @@ QString coordinate(double value, int degreeDigits, char positive, char negative)
                              value < 0 ? negative : positive);
 }
 
-// degrees (integer, 0 if not a number) + minutes / 60, negative for the given hemispheres.
-double readCoordinate(const QByteArray& field, int degreeDigits, bool& ok)
+// degrees (integer, 0 if not a number) + minutes / 60, negative for the given hemispheres. A station
+// that hides its exact position blanks the last digits; they count as zeros, as other decoders read them.
+double readCoordinate(QByteArray field, int degreeDigits, bool& ok)
 {
+    field.replace(' ', '0');
     const int degrees = field.left(degreeDigits).toInt();
     bool minutesOk = false;
     const double minutes = field.mid(degreeDigits, 5).toDouble(&minutesOk);

@@ -128,13 +128,18 @@ void DmrModePage::updateStatuses()
         zl::ui::DmrPeerRow* row = rows.value(client.label);
         if (!row)
             continue;
+        const bool wasUp = row->statusColour() == QLatin1String(kUp);
         row->setStatus(QLatin1String(zl::ui::DmrPeerRow::dotColour(client.state)), client.stateText);
         reported.insert(client.label);
+        // A peer that has just logged in shows what the network made of it at once.
+        row->refreshApiStatus(!wasUp && client.state == zl::dmr::DmrPeerClient::Running);
     }
     // A peer without a client (switched off, incomplete) is idle.
     for (zl::ui::DmrPeerRow* row : std::as_const(rows)) {
-        if (!reported.contains(row->label()))
-            row->setStatus(QLatin1String(kIdle), QStringLiteral("off"));
+        if (reported.contains(row->label()))
+            continue;
+        row->setStatus(QLatin1String(kIdle), QStringLiteral("off"));
+        row->refreshApiStatus(false);
     }
     emit connectedChanged(isModeConnected());
 }

@@ -1,5 +1,7 @@
 #include "ui/DmrPeerCard.h"
 
+#include "app/Config.h"
+
 #include "app/Identity.h"
 #include "dmr/DmrPeerManager.h"
 #include "ui/FieldCheck.h"
@@ -11,11 +13,14 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QJsonArray>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+#include <tuple>
 
 namespace {
 
@@ -82,6 +87,16 @@ DmrPeerCard::DmrPeerCard(QWidget* parent)
     zl::ui::addFieldCheck(server, form, checkServer);
     password = field(QStringLiteral("peerPassword"), QStringLiteral("Password"), form);
     zl::ui::maskWithShowToggle(password);
+    useApiKey = new QCheckBox(QStringLiteral("Use API key (talkgroups from the network; may serve as password)"));
+    useApiKey->setObjectName(QStringLiteral("peerUseApiKey"));
+    form->addRow(useApiKey);
+    apiKeyRef = new QComboBox;
+    apiKeyRef->setObjectName(QStringLiteral("peerApiKeyRef"));
+    form->addRow(QStringLiteral("API key"), apiKeyRef);
+    apiKey = field(QStringLiteral("peerApiKey"), QStringLiteral("Own API key"), form);
+    zl::ui::maskWithShowToggle(apiKey);
+    connect(useApiKey, &QCheckBox::toggled, this, &DmrPeerCard::onAuthMethodChanged);
+    connect(apiKeyRef, &QComboBox::activated, this, &DmrPeerCard::onAuthMethodChanged);
     activeTg = new QLineEdit;
     activeTg->setObjectName(QStringLiteral("peerTg"));
     connect(activeTg, &QLineEdit::textEdited, this, &DmrPeerCard::onAnyFieldChanged);
@@ -144,6 +159,20 @@ void DmrPeerCard::setPeer(const zl::dmr::Peer& p, const QList<zl::Identity>& ide
     network->setText(p.network);
     server->setText(p.server);
     password->setText(p.password);
+    useApiKey->setChecked(p.use_api_key);
+    apiKeyRef->clear();
+    apiKeyRef->addItem(QStringLiteral("(this peer's own key)"), QStringLiteral("peer"));
+    const QJsonObject dmr = zl::Config::instance().section(QStringLiteral("dmr"));
+    for (const auto& [list, prefix, title] :
+         {std::tuple("bm_api_keys", "bm:", "BrandMeister"), std::tuple("tgif_api_keys", "tgif:", "TGIF")}) {
+        for (const QJsonValue& key : dmr.value(QLatin1String(list)).toArray()) {
+            const QString name = key.toObject().value(QStringLiteral("name")).toString();
+            apiKeyRef->addItem(QStringLiteral("%1: %2").arg(QLatin1String(title), name), QLatin1String(prefix) + name);
+        }
+    }
+    apiKeyRef->setCurrentIndex(qMax(0, apiKeyRef->findData(p.api_key_ref)));
+    apiKey->setText(p.api_key);
+    onAuthMethodChanged();
     activeTg->setText(p.active_tg ? QString::number(p.active_tg) : QString());
     rxFreq->setText(QString::number(p.rx_freq));
     txFreq->setText(QString::number(p.tx_freq));
@@ -166,6 +195,9 @@ zl::dmr::Peer DmrPeerCard::currentPeer() const
     p.network = network->text().trimmed();
     p.server = server->text().trimmed();
     p.password = password->text();
+    p.use_api_key = useApiKey->isChecked();
+    p.api_key_ref = apiKeyRef->currentData().toString();
+    p.api_key = apiKey->text().trimmed();
     p.active_tg = activeTg->text().trimmed().toUInt();
     p.rx_freq = rxFreq->text().trimmed().toUInt();
     p.tx_freq = txFreq->text().trimmed().toUInt();
@@ -187,6 +219,13 @@ void DmrPeerCard::onIdentityPicked(int comboIndex)
         dmrId->setText(each.id_field);
         essid->setText(each.essid);
     }
+    onAnyFieldChanged();
+}
+
+void DmrPeerCard::onAuthMethodChanged()
+{
+    apiKeyRef->setEnabled(useApiKey->isChecked());
+    apiKey->setEnabled(useApiKey->isChecked() && apiKeyRef->currentData().toString() == QLatin1String("peer"));
     onAnyFieldChanged();
 }
 

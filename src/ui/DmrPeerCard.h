@@ -35,6 +35,7 @@ private slots:
     void onMasterPicked(int comboIndex);
     void onTgListClicked();
     void onDeleteClicked();
+    void onAuthMethodChanged();
 
 private:
     QLineEdit* field(const QString& name, const QString& label, class QFormLayout* form);
@@ -51,6 +52,9 @@ private:
     QLineEdit* network;
     QLineEdit* server;
     QLineEdit* password;
+    QCheckBox* useApiKey;
+    QComboBox* apiKeyRef;
+    QLineEdit* apiKey;
     QLineEdit* activeTg;
     QLineEdit* rxFreq;
     QLineEdit* txFreq;

@@ -1,10 +1,14 @@
 #include "ui/DmrPeerRow.h"
 
 #include "app/Config.h"
+#include "dmr/BmApiClient.h"
+#include "dmr/TgifApiClient.h"
 #include "ui/BaseModePage.h"
+#include "ui/PeerTgWindow.h"
 #include "ui/StyleSheet.h"
 
 #include <QCheckBox>
+#include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMouseEvent>
@@ -41,7 +45,18 @@ struct Columns {
     int tg = zl::uiScale(96);
     int callType = zl::uiScale(44);
     int edit = zl::uiScale(60);
+    int editTg = zl::uiScale(66);
 };
+
+constexpr qint64 kApiRepeatMs = 60000;
+
+QString joined(const QList<zl::dmr::BmStatic>& list, const QString& prefix)
+{
+    QStringList out;
+    for (const zl::dmr::BmStatic& s : list)
+        out << prefix + QString::number(s.tg);
+    return out.join(QStringLiteral(" · "));
+}
 
 QHBoxLayout* rowLayout(QFrame* frame)
 {
@@ -72,9 +87,10 @@ QFrame* DmrPeerRow::header()
     title("", widths.dot + widths.marker + layout->spacing(), 0);
     title("PEER", 0, 2);
     title("NETWORK", 0, 1);
+    title("API TG  S=static D=dyn", 0, 2);
     title("ON", widths.on, 0);
     title("CALL", 0, 1);
-    title("TG", widths.tg + widths.callType + widths.edit + 2 * layout->spacing(), 0);
+    title("TG", widths.tg + widths.callType + widths.edit + widths.editTg + 3 * layout->spacing(), 0);
     return frame;
 }
 
@@ -102,6 +118,12 @@ DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(par
     editButton = new QPushButton(QStringLiteral("Edit"));
     editButton->setProperty("variant", QStringLiteral("ghost"));
     editButton->setToolTip(QStringLiteral("Edit this peer in Settings."));
+    api = new QLabel;
+    api->setObjectName(QStringLiteral("peerApi"));
+    editTg = new QPushButton(QStringLiteral("Edit TG"));
+    editTg->setObjectName(QStringLiteral("peerEditTg"));
+    editTg->setProperty("variant", QStringLiteral("ghost"));
+    editTg->setFixedWidth(widths.editTg);
     onBox->setFixedWidth(widths.on);
     tgSpin->setFixedWidth(widths.tg);
     callType->setFixedWidth(widths.callType);
@@ -110,10 +132,12 @@ DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(par
     layout->addWidget(marker);
     layout->addWidget(name, 2);
     layout->addWidget(network, 1);
+    layout->addWidget(api, 2);
     layout->addWidget(onBox);
     layout->addWidget(call, 1);
     layout->addWidget(tgSpin);
     layout->addWidget(callType);
+    layout->addWidget(editTg);
     layout->addWidget(editButton);
     setStatus(QLatin1String(BaseModePage::kIdle), QString());
     showPeer();
@@ -134,6 +158,11 @@ DmrPeerRow::DmrPeerRow(const zl::dmr::Peer& shown, QWidget* parent) : QFrame(par
         store();
     });
     connect(editButton, &QPushButton::clicked, this, [this] { emit editRequested(peer.label); });
+    connect(editTg, &QPushButton::clicked, this, [this] {
+        auto* window = new PeerTgWindow(peer.label, this->window());
+        connect(window, &PeerTgWindow::changed, this, &DmrPeerRow::onTgWindowChanged);
+        window->show();
+    });
 }
 
 void DmrPeerRow::setPeer(const zl::dmr::Peer& newer)
@@ -153,6 +182,104 @@ void DmrPeerRow::showPeer()
         tgSpin->setValue(int(peer.active_tg));
     callType->setChecked(peer.private_call);
     callType->setText(peer.private_call ? QStringLiteral("PC") : QStringLiteral("GC"));
+    editTg->setEnabled(peer.use_api_key);
+    editTg->setToolTip(peer.use_api_key
+                           ? QStringLiteral("Talkgroups of this hotspot on the network.")
+                           : QStringLiteral("Needs the peer's API key: Edit → Authentication → Use API key."));
+}
+
+QString DmrPeerRow::apiText() const
+{
+    return api->text();
+}
+
+void DmrPeerRow::showApi(const QString& text, const QString& tip)
+{
+    api->setText(text);
+    api->setToolTip(tip);
+}
+
+bool DmrPeerRow::apiRequestDue(const QString& requestKey, bool force)
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (!force && requestKey == lastRequestKey && now - lastRequestMs < kApiRepeatMs)
+        return false;
+    if (peer.server.trimmed().isEmpty() || zl::dmr::peerId(peer) == 0) {
+        showApi(QStringLiteral("API: missing server/DMR ID"), QString());
+        return false;
+    }
+    lastRequestKey = requestKey;
+    lastRequestMs = now;
+    showApi(QStringLiteral("…"), QString());
+    return true;
+}
+
+void DmrPeerRow::refreshApiStatus(bool force)
+{
+    const quint32 hotspot = zl::dmr::peerId(peer);
+    const auto error = [this](const QString& why) { showApi(QStringLiteral("API: error"), why); };
+    if (peer.network.compare(QLatin1String("TGIF"), Qt::CaseInsensitive) == 0) {
+        const QString host = peer.server.section(QLatin1Char(':'), 0, 0).trimmed();
+        if (!apiRequestDue(host + QLatin1Char('|') + QString::number(hotspot), force))
+            return;
+        if (!tgif) {
+            tgif = new zl::dmr::TgifApiClient(this);
+            connect(tgif, &zl::dmr::TgifApiClient::errorReported, this, error);
+            connect(tgif, &zl::dmr::TgifApiClient::statusFetched, this, [this](const zl::dmr::TgifStatus& st) {
+                if (!st.connected) {
+                    showApi(QStringLiteral("not in TGIF list"),
+                            QStringLiteral("TGIF's session list does not show this hotspot — is the peer logged in?"));
+                    return;
+                }
+                const auto tg = [](quint32 v) { return v == 0 ? QStringLiteral("none") : QString::number(v); };
+                const QString text =
+                    st.ts1Talkgroup == 0 && st.ts2Talkgroup == 0
+                        ? QStringLiteral("no TG")
+                        : QStringLiteral("TS1 %1 · TS2 %2").arg(tg(st.ts1Talkgroup), tg(st.ts2Talkgroup));
+                showApi(text, QStringLiteral("Active talkgroup per slot, live from TGIF\n") + text);
+            });
+        }
+        tgif->setHost(peer.server);
+        tgif->setHotspotId(hotspot);
+        tgif->fetchStatus();
+        return;
+    }
+    if (peer.network.compare(QLatin1String("Brandmeister"), Qt::CaseInsensitive) != 0)
+        return;
+    const QString key = zl::dmr::resolveApiKey(peer);
+    const bool useApi =
+        peer.use_api_key ||
+        Config::instance().section(QStringLiteral("dmr")).value(QStringLiteral("bm_api_enabled")).toBool();
+    if (key.isEmpty() || !useApi)
+        return;
+    if (!peer.auto_connect && !force) {
+        showApi(QString(), QString());
+        lastRequestKey.clear();
+        return;
+    }
+    const QStringList parts{peer.server, QString::number(hotspot), key};
+    if (!apiRequestDue(parts.join(QLatin1Char('|')), force))
+        return;
+    if (!bm) {
+        bm = new zl::dmr::BmApiClient(this);
+        connect(bm, &zl::dmr::BmApiClient::errorReported, this, error);
+        connect(bm, &zl::dmr::BmApiClient::profileFetched, this, [this](const zl::dmr::BmProfile& p) {
+            QStringList shown;
+            if (!p.staticTalkgroups.isEmpty())
+                shown << joined(p.staticTalkgroups, QStringLiteral("S "));
+            if (!p.dynamicTalkgroups.isEmpty())
+                shown << joined(p.dynamicTalkgroups, QStringLiteral("D "));
+            showApi(shown.isEmpty() ? QStringLiteral("no TG") : shown.join(QStringLiteral(" · ")),
+                    QStringLiteral("Talkgroups on this connection, live from the network's API\nStatic:  ") +
+                        joined(p.staticTalkgroups, {}) + QStringLiteral("\nDynamic: ") +
+                        joined(p.dynamicTalkgroups, {}) + QStringLiteral("\nTimed:   ") +
+                        joined(p.timedTalkgroups, {}));
+        });
+    }
+    bm->setBase(zl::dmr::BmApiClient::apiBaseForServer(peer.server));
+    bm->setApiKey(key);
+    bm->setDeviceId(hotspot);
+    bm->fetchProfile();
 }
 
 void DmrPeerRow::setStatus(const QString& newColour, const QString& text)

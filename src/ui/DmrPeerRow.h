@@ -10,6 +10,11 @@ class QLabel;
 class QPushButton;
 class QSpinBox;
 
+namespace zl::dmr {
+class BmApiClient;
+class TgifApiClient;
+} // namespace zl::dmr
+
 namespace zl::ui {
 
 // One DMR peer in the list of the DMR page: status dot, marker, label and network, the
@@ -33,6 +38,13 @@ public:
     QString statusColour() const { return colour; }
     // The default peer carries "primary" and the active marker.
     void setDefault(bool on);
+    // The talkgroups the network's API reports for this peer; without force at most one request a
+    // minute for the same server, id and key.
+    void refreshApiStatus(bool force);
+    QString apiText() const;
+
+public slots:
+    void onTgWindowChanged() { refreshApiStatus(true); }
 
 signals:
     void editRequested(const QString& peerLabel);
@@ -43,6 +55,9 @@ protected:
 
 private:
     void showPeer();
+    void showApi(const QString& text, const QString& tip);
+    // The request key, or empty (and the reason on the label) when nothing is asked.
+    bool apiRequestDue(const QString& requestKey, bool force);
     // Writes this row's peer back into the stored list, by label, and saves.
     void store();
 
@@ -57,6 +72,12 @@ private:
     QSpinBox* tgSpin = nullptr;
     QPushButton* callType = nullptr;
     QPushButton* editButton = nullptr;
+    QLabel* api = nullptr;
+    QPushButton* editTg = nullptr;
+    zl::dmr::BmApiClient* bm = nullptr;
+    zl::dmr::TgifApiClient* tgif = nullptr;
+    QString lastRequestKey;
+    qint64 lastRequestMs = 0;
 };
 
 } // namespace zl::ui

@@ -5,6 +5,7 @@
 #include <QDialog>
 
 class QCheckBox;
+class QFormLayout;
 class QLineEdit;
 
 // One identity of one mode: label, callsign and the mode's own fields.
@@ -16,6 +17,9 @@ public:
     zl::Identity identity() const;
 
 private:
+    // APRS: the SSID and the symbol picked from their customary lists; "Custom…" frees the symbol field.
+    void addAprsChoices(QFormLayout* form);
+
     QString mode;
     zl::Identity original;
     QList<QLineEdit*> fields;

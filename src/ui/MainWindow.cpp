@@ -3,6 +3,7 @@
 #include "app/Config.h"
 #include "app/Identity.h"
 #include "app/ThreadHandOff.h"
+#include "app/TxTimeout.h"
 #include "app/Version.h"
 #include "audio/AudioMixer.h"
 #include "db/HostListSync.h"
@@ -170,7 +171,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
         pages.insert(mode, page);
         stack->addWidget(page);
         connect(page, &BaseModePage::enabledChanged, this, [this, mode] { refreshCard(mode); });
-        connect(page, &BaseModePage::connectedChanged, this, [this, mode] { refreshCard(mode); });
+        connect(page, &BaseModePage::connectedChanged, this, [this, mode] {
+            refreshCard(mode);
+            checkTxLink(mode);
+        });
         connect(page, &BaseModePage::statusTextChanged, this, [this, mode] { refreshCard(mode); });
         connect(page, &BaseModePage::lastHeardLine, this,
                 [this, mode](const QString& time, const QString& call, const QString& country, const QString& network,
@@ -340,6 +344,13 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
         if (pttKbdHold && pttButton->isChecked())
             pttButton->setChecked(false);
     });
+    txTimeout = new zl::TxTimeout(this);
+    connect(txTimeout, &zl::TxTimeout::expired, this, &MainWindow::endTransmission);
+    connect(txTimeout, &zl::TxTimeout::warning, this, [this] {
+        statusBar()->showMessage(QStringLiteral("TX time-out in %1 s").arg(zl::TxTimeout::kWarningSeconds), 10000);
+    });
+    connect(&zl::dmr::DmrPeerManager::instance(), &zl::dmr::DmrPeerManager::changed, this,
+            [this] { checkTxLink(QStringLiteral("DMR")); });
     // Quitting while transmitting: the stream ends (terminator, encoder gone) before the
     // peers are stopped on the same signal, which is connected after this one.
     connect(qApp, &QCoreApplication::aboutToQuit, this, [this] {
@@ -795,6 +806,40 @@ QString MainWindow::pttBlockReason() const
     return {};
 }
 
+void MainWindow::endTransmission(const QString& why)
+{
+    if (!pttButton->isChecked())
+        return;
+    qInfo().noquote() << "MainWindow:" << why;
+    pttButton->setChecked(false);
+    statusBar()->showMessage(why, 15000);
+}
+
+void MainWindow::checkTxLink(const QString& mode)
+{
+    if (!pttActive || mode != txMode)
+        return;
+    // Link news comes from inside the clients' and the manager's own handlers; the transmission
+    // ends once they have returned, not under their feet.
+    QTimer::singleShot(0, this, [this, mode] { checkTxLinkNow(mode); });
+}
+
+void MainWindow::checkTxLinkNow(const QString& mode)
+{
+    if (!pttActive || mode != txMode)
+        return;
+    if (mode == QLatin1String("DMR")) {
+        for (const zl::dmr::DmrPeerManager::PeerRow& row : zl::dmr::DmrPeerManager::instance().peerTable()) {
+            if (row.label == txPeerLabel && row.state == zl::dmr::DmrPeerClient::Running)
+                return;
+        }
+        endTransmission(QStringLiteral("TX ended: DMR peer %1 is no longer connected").arg(txPeerLabel));
+        return;
+    }
+    if (BaseModePage* page = pages.value(mode); page && !page->isModeConnected())
+        endTransmission(QStringLiteral("TX ended: %1 is no longer connected").arg(mode));
+}
+
 void MainWindow::onPttToggled(bool on)
 {
     if (on && !pttActive) {
@@ -815,6 +860,10 @@ void MainWindow::onPttToggled(bool on)
         w->setEnabled(!on);
 
     pttActive = on;
+    if (on)
+        txTimeout->start();
+    else
+        txTimeout->stop();
     txPeerLabel.clear();
     txSlot = 0;
     txMode = on ? activeMode : QString();

@@ -7,6 +7,10 @@
 #include <QString>
 #include <QStringList>
 
+namespace zl {
+class TxTimeout;
+}
+
 class BaseModePage;
 namespace zl::dmr {
 class DmrVoiceEncoder;
@@ -76,6 +80,11 @@ private:
     void updateAmbeStatus();
     void updateDmrStatus();
     void applyPttConfig();
+    // Ends the transmission from outside the PTT controls (time-out, lost link) with a status line.
+    void endTransmission(const QString& why);
+    // Whether the link the transmission goes out on is still up.
+    void checkTxLink(const QString& mode);
+    void checkTxLinkNow(const QString& mode);
     void updateTxLabel();
     // Why a press of PTT would send nothing useful now; empty when it can go ahead.
     QString pttBlockReason() const;
@@ -128,6 +137,7 @@ private:
     zl::TgListSync* tgListSync = nullptr;
     QTimer* audioSaveTimer = nullptr;
     QTimer* pttReleaseTimer = nullptr;
+    zl::TxTimeout* txTimeout = nullptr;
     QTimer* clockTimer = nullptr;
 
     QStackedWidget* stack = nullptr;

@@ -3,6 +3,7 @@
 #include "app/Config.h"
 #include "ui/AllStarSettingsTab.h"
 #include "ui/AmbeSettingsTab.h"
+#include "ui/ApiSettingsTab.h"
 #include "ui/AprsSettingsTab.h"
 #include "ui/AudioSettingsTab.h"
 #include "ui/DmrSettingsTab.h"
@@ -126,6 +127,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             tab = new HardwareSettingsTab;
         } else if (title == QLatin1String("AMBE")) {
             tab = new AmbeSettingsTab;
+        } else if (title == QLatin1String("API")) {
+            tab = new zl::ui::ApiSettingsTab;
         } else if (title == QLatin1String("DMR")) {
             auto* dmr = new DmrSettingsTab;
             dmr->setIdentitySource([general] { return general->identitiesOf(QStringLiteral("dmr")); });

@@ -7,11 +7,89 @@
 #include "aprs/AprsGeo.h"
 #include "aprs/AprsPacket.h"
 
+#include <QFile>
 #include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTest>
 
 using namespace zl::aprs;
+
+namespace {
+
+// What decode_aprs (Dire Wolf) makes of one packet: a line naming the kind ("Position, <symbol>,
+// <device>", "MIC-E, …", "APRS Message 17 for "X", …"), the coordinates as "N 49 03.5000, W …" and the
+// text. The digipeater path is left out: decode_aprs checks it as on the radio, where a server name of
+// more than six characters cannot occur, and none of the fields compared depend on it.
+struct Reference {
+    QString kind;
+    QString symbol;
+    QString id;
+    QString addressee;
+    QString text;
+    bool located = false;
+    bool invalid = false;
+    double lat = 0.0;
+    double lon = 0.0;
+};
+
+Reference decodeAprs(const QString& tool, QByteArray line)
+{
+    const int colon = line.indexOf(':');
+    const int comma = line.indexOf(',');
+    if (comma >= 0 && comma < colon)
+        line.remove(comma, colon - comma);
+    QProcess process;
+    process.start(tool, {});
+    process.write(line + '\n');
+    process.closeWriteChannel();
+    process.waitForFinished(10000);
+    QString out = QString::fromUtf8(process.readAllStandardOutput());
+    out.remove(QRegularExpression(QStringLiteral("\x1b\\[[0-9;]*[A-Za-z]")));
+    const QStringList lines = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+
+    static const QRegularExpression head(
+        QStringLiteral("^(Position with time|Position|MIC-E|Weather Report|Object|Item|Status Report|Telemetry|"
+                       "Positionless Weather Report|(APRS|ACK|REJ) [Mm]essage( (\\S*) for \"([^\"]*)\")?), (.*)$"));
+    static const QRegularExpression coords(QStringLiteral("^([NS]) (\\d+) ([\\d.]+), ([EW]) (\\d+) ([\\d.]+)"));
+    Reference ref;
+    int at = 0;
+    QRegularExpressionMatch m;
+    while (at < lines.size() && !(m = head.match(lines.at(at))).hasMatch())
+        ++at;
+    if (!m.hasMatch())
+        return ref;
+    ref.kind = m.captured(2).isEmpty() ? m.captured(1) : m.captured(2) + (m.captured(3).isEmpty() ? "" : " for");
+    ref.id = m.captured(4);
+    ref.addressee = m.captured(5);
+    ref.symbol = m.captured(6).section(QStringLiteral(", "), 0, 0);
+    if (ref.kind == QLatin1String("Object") || ref.kind == QLatin1String("Item"))
+        ref.symbol.clear();
+    if (++at < lines.size()) {
+        const QRegularExpressionMatch c = coords.match(lines.at(at));
+        ref.invalid = lines.at(at).contains(QLatin1String("Invalid"));
+        if (c.hasMatch()) {
+            ref.located = true;
+            ref.lat = (c.captured(2).toDouble() + c.captured(3).toDouble() / 60) * (c.captured(1) == "S" ? -1 : 1);
+            ref.lon = (c.captured(5).toDouble() + c.captured(6).toDouble() / 60) * (c.captured(4) == "W" ? -1 : 1);
+        }
+        if (ref.located || ref.invalid)
+            ++at;
+    }
+    if (at < lines.size())
+        ref.text = lines.at(at);
+    return ref;
+}
+
+// The name decode_aprs gives a symbol, read from a plain position that carries it.
+QString symbolName(const QString& tool, char table, char code)
+{
+    return decodeAprs(tool, QByteArray("X>APRS:!0000.00N") + table + "00000.00W" + code).symbol;
+}
+
+} // namespace
 using State = AprsClient::State;
 
 class TestAprs : public QObject {
@@ -101,6 +179,64 @@ private slots:
             QCOMPARE(QStringList({p.addressee, p.body, p.msgId}).join(QLatin1Char('|')), text);
         else
             QCOMPARE(p.comment, text);
+    }
+
+    // A corpus of APRS-IS lines of the shapes stations send (plain, compressed and Mic-E positions,
+    // messages, acks, status, objects, weather, telemetry, damaged lines) read by this parser and by
+    // Dire Wolf's decode_aprs must give the same positions, symbols, addressees and texts.
+    void agreesWithAnIndependentDecoder()
+    {
+        const QString tool = QStandardPaths::findExecutable(QStringLiteral("decode_aprs"));
+        if (tool.isEmpty())
+            QSKIP("decode_aprs (Debian package direwolf) is not installed: no independent decoder to compare with");
+        QFile corpus(QStringLiteral(ZL_APRS_TESTDATA "/aprs-is-lines.txt"));
+        QVERIFY(corpus.open(QIODevice::ReadOnly));
+        QStringList differences;
+        int compared = 0;
+        const auto differ = [&](const QByteArray& line, const QString& what) {
+            differences << QString::fromUtf8(line) + QStringLiteral("\n    ") + what;
+        };
+        for (const QByteArray& line : corpus.readAll().split('\n')) {
+            if (line.isEmpty())
+                continue;
+            const Reference ref = decodeAprs(tool, line);
+            const ParsedPacket p = parseLine(line);
+            ++compared;
+            const bool positionKind = ref.kind.startsWith(QLatin1String("Position with")) ||
+                                      ref.kind == QLatin1String("Position") || ref.kind == QLatin1String("MIC-E") ||
+                                      ref.kind == QLatin1String("Weather Report");
+            if (positionKind && ref.located && !ref.invalid) {
+                if (!p.hasPosition)
+                    differ(line, QStringLiteral("no position, decode_aprs %1 %2").arg(ref.lat).arg(ref.lon));
+                else if (qAbs(p.latitude - ref.lat) > 1e-5 || qAbs(p.longitude - ref.lon) > 1e-5)
+                    differ(line, QStringLiteral("%1 %2, decode_aprs %3 %4")
+                                     .arg(p.latitude, 0, 'f', 6)
+                                     .arg(p.longitude, 0, 'f', 6)
+                                     .arg(ref.lat, 0, 'f', 6)
+                                     .arg(ref.lon, 0, 'f', 6));
+                else if (symbolName(tool, p.symbolTable, p.symbolCode) != ref.symbol)
+                    differ(line, QStringLiteral("symbol %1%2 is not \"%3\"")
+                                     .arg(QLatin1Char(p.symbolTable))
+                                     .arg(QLatin1Char(p.symbolCode))
+                                     .arg(ref.symbol));
+            } else if (p.hasPosition) {
+                differ(line, QStringLiteral("a position where decode_aprs has none (%1)").arg(ref.kind));
+            } else if (ref.kind.endsWith(QLatin1String(" for"))) {
+                const QString expected =
+                    ref.kind.startsWith(QLatin1String("APRS")) ? ref.text : ref.kind.left(3).toLower() + ref.id;
+                const QString got = p.body + (p.msgId.isEmpty() || p.isAck ? QString() : "{" + p.msgId);
+                if (p.type != ParsedPacket::Message || p.addressee != ref.addressee || got != expected)
+                    differ(line, QStringLiteral("message to \"%1\": \"%2\", decode_aprs \"%3\": \"%4\"")
+                                     .arg(p.addressee, got, ref.addressee, expected));
+            } else if (p.type == ParsedPacket::Message) {
+                differ(line, QStringLiteral("a message where decode_aprs has %1").arg(ref.kind));
+            } else if (ref.kind == QLatin1String("Status Report") &&
+                       (p.type != ParsedPacket::Status || p.comment != ref.text)) {
+                differ(line, QStringLiteral("status \"%1\", decode_aprs \"%2\"").arg(p.comment, ref.text));
+            }
+        }
+        QVERIFY2(differences.isEmpty(), qPrintable(differences.join(QLatin1Char('\n'))));
+        QVERIFY(compared >= 60);
     }
 
     void formatsLines()

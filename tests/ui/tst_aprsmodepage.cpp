@@ -76,6 +76,17 @@ private slots:
         const QByteArray stored = file.readAll();
         QVERIFY(stored.contains("\"status\":\"ACK\"") && stored.contains("\"text\":\"hello\""));
 
+        // Nobody answers N0CALL-3: the message is sent again, then the row shows "no ACK". Each look at the
+        // clock moves it past the retry wait.
+        qint64 now = 0;
+        page.client()->setClockForTests([&now] { return now += 31'000; });
+        page.client()->setTimersForTests(20, 50);
+        page.findChild<QLineEdit*>("aprsDest")->setText("N0CALL-3");
+        page.findChild<QLineEdit*>("aprsText")->setText("anyone?");
+        page.findChild<QPushButton*>("aprsSend")->click();
+        QTRY_COMPARE(history->item(2, 5)->text(), QStringLiteral("no ACK"));
+        QTRY_COMPARE(server.lines.count("N0CALL-7>APRS,TCPIP*::N0CALL-3 :anyone?{2"), 4);
+
         server.dropClients();
         QTRY_VERIFY(!page.isModeConnected());
         QTRY_VERIFY(server.logins >= 3);

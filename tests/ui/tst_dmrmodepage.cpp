@@ -90,7 +90,7 @@ private slots:
         QCOMPARE(b->findChildren<QLabel*>().at(1)->text(), QString("▶"));
         QVERIFY(!row(page, "A")->property("active").toBool());
         QCOMPARE(row(page, "A")->findChildren<QLabel*>().at(1)->text(), QString());
-        QCOMPARE(row(page, "A")->findChildren<QLabel*>().at(4)->text(), QString("XX0HOM"));
+        QCOMPARE(row(page, "A")->findChildren<QLabel*>().at(5)->text(), QString("XX0HOM"));
 
         setPeers({peer("C", true, 3), peer("B", false, 22)}, "B");
         page.reloadConfig();

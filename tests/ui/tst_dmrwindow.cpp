@@ -6,6 +6,7 @@
 #include "ThreadedTestMain.h"
 #include "VoiceTestKit.h"
 #include "app/Config.h"
+#include "app/TxTimeout.h"
 #include "audio/AudioMixer.h"
 #include "dmr/DmrPeerManager.h"
 #include "ui/BaseModePage.h"
@@ -18,6 +19,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QStackedWidget>
+#include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
 #include <QtEndian>
@@ -180,6 +182,20 @@ private slots:
         QVERIFY(table->item(txRow, 6)->text().endsWith(" s"));
         QCOMPARE(table->item(txRow, 0)->background().style(), Qt::NoBrush);
         QCOMPARE(table->item(txRow, 4)->text(), QString("NetA"));
+
+        // A key held past the time-out: the stream ends with its terminator, the status line says why.
+        QJsonObject general = zl::Config::instance().section("general");
+        general.insert("tx_timeout_s", 12);
+        zl::Config::instance().setSection("general", general);
+        w.findChild<zl::TxTimeout*>()->setTimeUnitForTests(25);
+        master.clearLog();
+        sendKey(focus, QEvent::KeyPress, Qt::Key_F5);
+        for (int i = 0; i < 10; ++i)
+            emit zl::audio::AudioMixer::instance().micPcmReady(tone);
+        QTRY_VERIFY(!w.findChild<QPushButton*>("ptt")->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("TX time-out after 12 s"));
+        QTRY_VERIFY_WITH_TIMEOUT(!sentBy(kPeerA).isEmpty() && flagsOf(sentBy(kPeerA).last()) == 0xA2, 5000);
+        sendKey(focus, QEvent::KeyRelease, Qt::Key_F5);
     }
 
     // Chips come and go, peer A is dropped and comes back, PTT goes down and up, all while the

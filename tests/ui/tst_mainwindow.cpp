@@ -3,6 +3,7 @@
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "app/Identity.h"
+#include "app/TxTimeout.h"
 #include "audio/AudioMixer.h"
 #include "db/ServerRegistry.h"
 #include "ui/BaseModePage.h"
@@ -225,6 +226,31 @@ private slots:
         QVERIFY(!ptt(w)->isChecked());
         QCOMPARE(w.statusBar()->currentMessage(), QString("PTT: D-STAR has no network client"));
         QCOMPARE(table(w)->rowCount(), rows);
+    }
+
+    // A transmission ends at its time-out, with the end-of-stream frame and a status line, and
+    // when its link goes down.
+    void transmissionEndsAtTimeOutOrLinkLoss()
+    {
+        resetConfig(QJsonObject{{"default_mode", "M17"}, {"tx_timeout_s", 12}});
+        MainWindow w;
+        w.show();
+        waitForLink(w);
+        w.findChild<zl::TxTimeout*>()->setTimeUnitForTests(25);
+        reflector.received.clear();
+        ptt(w)->click();
+        QVERIFY(ptt(w)->isChecked());
+        QTRY_VERIFY(!ptt(w)->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("TX time-out after 12 s"));
+        QTRY_VERIFY(std::any_of(reflector.received.cbegin(), reflector.received.cend(), [](const QByteArray& d) {
+            return d.startsWith("M17 ") && d.size() == 54 && (quint8(d[34]) & 0x80);
+        }));
+
+        ptt(w)->click();
+        QVERIFY(ptt(w)->isChecked());
+        reflector.disconnectAll();
+        QTRY_VERIFY(!ptt(w)->isChecked());
+        QCOMPARE(w.statusBar()->currentMessage(), QString("TX ended: M17 is no longer connected"));
     }
 
     void keyboardAndMousePtt()

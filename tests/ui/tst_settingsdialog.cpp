@@ -14,6 +14,7 @@
 #include "ui/AudioSettingsTab.h"
 #include "ui/DmrPeerCard.h"
 #include "ui/HardwareSettingsTab.h"
+#include "ui/IdentityEditorDialog.h"
 #include "ui/MainWindow.h"
 #include "ui/SettingsDialog.h"
 
@@ -259,6 +260,29 @@ private slots:
         type(&card, "peerRxFreq", QString::number(rx));
         QCOMPARE(card.findChild<QLineEdit*>("peerTxFreq")->text(), QString::number(tx));
         QCOMPARE(card.currentPeer().tx_freq, tx);
+    }
+
+    // An APRS identity takes its SSID and symbol from the customary lists; "Custom…" frees the symbol.
+    void aprsIdentityChoices()
+    {
+        zl::Identity start;
+        start.callsign = "XX0ABC-7";
+        start.id_field = "/v";
+        IdentityEditorDialog editor("aprs", start);
+        auto* ssid = editor.findChild<QComboBox*>("aprsSsid");
+        auto* symbols = editor.findChild<QComboBox*>("aprsSymbol");
+        auto* symbol = editor.findChild<QLineEdit*>("identityField2");
+        QCOMPARE(ssid->currentData().toString(), QString("7"));
+        QCOMPARE(symbols->currentData().toString(), QString("/v"));
+        QVERIFY(symbol->isReadOnly());
+        ssid->setCurrentIndex(ssid->findData("9"));
+        emit ssid->activated(ssid->currentIndex());
+        symbols->setCurrentIndex(symbols->findData("/>"));
+        emit symbols->activated(symbols->currentIndex());
+        QCOMPARE(editor.identity().callsign + " " + editor.identity().id_field, QString("XX0ABC-9 />"));
+        symbols->setCurrentIndex(symbols->count() - 1);
+        emit symbols->activated(symbols->currentIndex());
+        QVERIFY(!symbol->isReadOnly());
     }
 
     // A new user: an identity, then a peer that uses it, and the peer logs in.
