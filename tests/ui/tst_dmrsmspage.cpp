@@ -44,16 +44,14 @@ private slots:
         HomebrewMaster master;
         QVERIFY(master.listen());
         QList<zl::dmr::Peer> peers;
-        for (const QString& id : {"2400001", "2400002"}) {
+        for (const QString id : {"2400001", "2400002"}) {
             master.addPeer(id.toUInt() * 100 + 1, "pw");
-            zl::dmr::Peer p;
-            p.label = id == "2400001" ? "Home" : "Away";
-            p.server = QStringLiteral("127.0.0.1:%1").arg(master.port());
-            p.dmrid_override = id;
-            p.essid_override = "01";
-            p.password = "pw";
-            p.auto_connect = true;
-            peers << p;
+            peers << zl::dmr::Peer{.label = id.endsWith('1') ? "Home" : "Away",
+                                   .dmrid_override = id,
+                                   .essid_override = "01",
+                                   .server = QStringLiteral("127.0.0.1:%1").arg(master.port()),
+                                   .password = "pw",
+                                   .auto_connect = true};
         }
         zl::dmr::savePeers(peers);
         DmrPeerManager::instance().reload();
