@@ -77,14 +77,13 @@ QJsonArray ServerRegistry::officialArray(const QString& mode)
 QJsonArray ServerRegistry::shippedArray(const QString& mode)
 {
     // A new user sees the servers of the snapshot that came with the program, in the published
-    // layout, until the first download.
+    // layout, until the first download. A mode without a published list (POCSAG) ships its
+    // servers in the registry's own form, found in a build tree as in an installed one.
     const HostSource* source = hostSourceFor(mode);
-    if (!source)
-        return {};
-    QFile file(assetPath(source->file));
+    QFile file(assetPath(source ? source->file : QStringLiteral("servers/") + fileName(mode)));
     if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly))
         return {};
-    return parseHostList(*source, file.readAll());
+    return source ? parseHostList(*source, file.readAll()) : QJsonDocument::fromJson(file.readAll()).array();
 }
 
 void ServerRegistry::loadOfficial()

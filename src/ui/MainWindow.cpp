@@ -25,6 +25,7 @@
 #include "ui/M17ModePage.h"
 #include "ui/ModePage.h"
 #include "ui/NxdnModePage.h"
+#include "ui/PocsagModePage.h"
 #include "ui/ScreenFit.h"
 #include "ui/SettingsDialog.h"
 #include "ui/StyleSheet.h"
@@ -166,6 +167,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new AprsModePage;
         else if (mode == QLatin1String("DMR SMS"))
             page = new DmrSmsPage;
+        else if (mode == QLatin1String("POCSAG"))
+            page = new PocsagModePage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);
