@@ -92,14 +92,6 @@ int burstBitOf(int row, int column)
     return info < 98 ? info : info + 68;
 }
 
-uint32_t readBe(const uint8_t* bytes, int width)
-{
-    uint32_t value = 0;
-    for (int i = 0; i < width; ++i)
-        value = (value << 8) | bytes[i];
-    return value;
-}
-
 } // namespace
 
 class TestDmrFec : public QObject {
