@@ -19,4 +19,21 @@ inline void writeBit(uint8_t* bytes, int n, bool value)
         bytes[n >> 3] &= uint8_t(~mask);
 }
 
+// Big-endian numbers of 1 to 4 bytes, as IDs stand in frames and headers.
+inline uint32_t readBe(const uint8_t* bytes, int width)
+{
+    uint32_t value = 0;
+    for (int i = 0; i < width; ++i)
+        value = (value << 8) | bytes[i];
+    return value;
+}
+
+inline void writeBe(uint8_t* bytes, int width, uint32_t value)
+{
+    for (int i = width - 1; i >= 0; --i) {
+        bytes[i] = uint8_t(value & 0xFF);
+        value >>= 8;
+    }
+}
+
 } // namespace zl::dmr

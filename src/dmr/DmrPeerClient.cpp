@@ -3,12 +3,15 @@
 #include "audio/AudioMixer.h"
 #include "dmr/DmrVoiceDecoder.h"
 #include "dmr/DmrdFrame.h"
+#include "dmr/SmsEncoder.h"
+#include "dmr/SmsText.h"
 #include "hw/Dv3000Pool.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDebug>
 #include <QHostInfo>
+#include <QRandomGenerator64>
 #include <QtEndian>
 
 #include <algorithm>
@@ -29,6 +32,8 @@ constexpr int kSilenceMs = 30000;
 constexpr int kStreamEndMs = 1500;
 constexpr int kMaxRetryDelayMs = 30000;
 constexpr int kMaxAttempts = 3;
+// A master takes data bursts at the pace of the air interface, one per slot time.
+constexpr int kSmsBurstMs = 60;
 
 void appendBe32(QByteArray& out, quint32 value)
 {
@@ -74,7 +79,7 @@ char slotsCharacter(const DmrPeerClient::Profile& p)
 
 DmrPeerClient::DmrPeerClient(QObject* parent)
     : QObject(parent), socket(new QUdpSocket(this)), clockTimer(new QTimer(this)), jitterTimer(new QTimer(this)),
-      retryTimer(new QTimer(this)), countdownTimer(new QTimer(this)),
+      retryTimer(new QTimer(this)), countdownTimer(new QTimer(this)), smsTimer(new QTimer(this)),
       jitter([this](const QByteArray& frame) { deliver(frame); })
 {
     clockTimer->setInterval(kClockMs);
@@ -85,6 +90,9 @@ DmrPeerClient::DmrPeerClient(QObject* parent)
     connect(clockTimer, &QTimer::timeout, this, &DmrPeerClient::onClock);
     connect(jitterTimer, &QTimer::timeout, this, &DmrPeerClient::onJitterTick);
     connect(retryTimer, &QTimer::timeout, this, &DmrPeerClient::onRetryTimer);
+    smsTimer->setInterval(kSmsBurstMs);
+    smsTimer->setTimerType(Qt::PreciseTimer);
+    connect(smsTimer, &QTimer::timeout, this, &DmrPeerClient::onSmsTick);
     countdownTimer->setInterval(1000);
     connect(countdownTimer, &QTimer::timeout, this, &DmrPeerClient::statusTextChanged);
 
@@ -112,6 +120,7 @@ void DmrPeerClient::setClockForTests(std::function<qint64()> nowFunction, int fa
     speedup = std::max(1, factor);
     clockTimer->setInterval(scaled(kClockMs));
     jitterTimer->setInterval(scaled(kJitterTickMs));
+    smsTimer->setInterval(scaled(kSmsBurstMs));
 }
 
 qint64 DmrPeerClient::now() const
@@ -245,6 +254,9 @@ void DmrPeerClient::stop()
     clockTimer->stop();
     retryTimer->stop();
     countdownTimer->stop();
+    // A message still queued goes nowhere after the goodbye; it is not reported as sent.
+    smsTimer->stop();
+    smsQueue.clear();
     reconnecting = false;
     backoff.reset();
     if (socket->state() != QAbstractSocket::UnconnectedState)
@@ -467,8 +479,10 @@ void DmrPeerClient::onVoiceFrame(const QByteArray& dmrd)
         deliver(dmrd);
         return;
     }
-    if (dmrd.size() >= kDmrdMinBurstSize && header->isDataCallBurst())
-        return; // bursts of a data call are not voice
+    if (dmrd.size() >= kDmrdMinBurstSize && header->isDataCallBurst()) {
+        onDataBurst(*header, dmrd);
+        return;
+    }
 
     const qint64 t = now();
     if (header->streamId != rxStreamId) {
@@ -507,6 +521,66 @@ void DmrPeerClient::deliver(const QByteArray& dmrd)
 {
     emit voiceFrameForDecode(dmrd);
     emit dmrFrameReceived(dmrd);
+}
+
+void DmrPeerClient::onDataBurst(const DmrdHeader& header, const QByteArray& dmrd)
+{
+    const std::optional<DataCall> call = dataCalls.feed(header.streamId, header.lowNibble(), dmrdBurst(dmrd), now());
+    if (!call)
+        return;
+    const auto* bytes = reinterpret_cast<const uint8_t*>(call->payload.constData());
+    const DecodedText decoded = decodeSmsText(bytes, int(call->payload.size()));
+    // Some radios leave the header's addresses empty; the network header always has them.
+    const uint src = call->srcId ? call->srcId : header.srcId;
+    const uint dst = call->dstId ? call->dstId : header.dstId;
+    qInfo().noquote() << "DmrPeerClient" << logName() << "data call complete"
+                      << QStringLiteral("src=%1 dst=%2 dpf=%3 sap=%4 bytes=%5 kind=%6 text=%7")
+                             .arg(src)
+                             .arg(dst)
+                             .arg(call->dpf)
+                             .arg(call->sap)
+                             .arg(call->payload.size())
+                             .arg(decoded.format, decoded.text);
+    if (!decoded.text.isEmpty())
+        emit smsReceived(src, dst, !call->group, decoded.text, decoded.format);
+}
+
+bool DmrPeerClient::sendSms(quint32 srcId, quint32 dstId, quint8 slot, bool privateCall, const QString& text,
+                            const QString& format)
+{
+    if (currentState != Running)
+        return false;
+    const SmsPdu pdu = smsPdu(text, format, srcId, dstId);
+    if (pdu.bytes.isEmpty())
+        return false;
+    const auto streamId = quint32(QRandomGenerator64::global()->generate());
+    const DataCallFrames call =
+        buildDataCall(pdu, srcId, dstId, slot, privateCall, streamId, profile.peerId, profile.colorCode);
+    for (const QByteArray& frame : call.frames)
+        smsQueue.enqueue(frame);
+    smsDstId = dstId;
+    smsText = text;
+    qInfo().noquote() << "DmrPeerClient" << logName() << "SMS →" << dstId << "from" << srcId << "slot" << slot
+                      << (privateCall ? "private" : "group") << "format" << smsFormatName(format) << "pdu"
+                      << pdu.bytes.size() << "bytes," << call.frames.size() << "bursts";
+    if (!smsTimer->isActive()) {
+        onSmsTick();
+        smsTimer->start();
+    }
+    return true;
+}
+
+void DmrPeerClient::onSmsTick()
+{
+    // Our own transmission has the slot: the data call waits for its end rather than cut into it.
+    if (voice->inCall())
+        return;
+    if (smsQueue.isEmpty()) {
+        smsTimer->stop();
+        emit smsSent(smsDstId, smsText);
+        return;
+    }
+    sendControl(smsQueue.dequeue());
 }
 
 QString DmrPeerClient::logName() const

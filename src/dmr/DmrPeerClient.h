@@ -1,5 +1,6 @@
 #pragma once
 
+#include "dmr/DataCallAssembler.h"
 #include "dmr/DmrVoiceLink.h"
 #include "dmr/JitterBuffer.h"
 
@@ -8,6 +9,7 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QObject>
+#include <QQueue>
 
 #include "app/ReconnectBackoff.h"
 #include <QString>
@@ -20,6 +22,7 @@
 namespace zl::dmr {
 
 class DmrVoiceDecoder;
+struct DmrdHeader;
 
 // One connection to one DMR master over the Homebrew (MMDVM) UDP protocol: login, keep-alive,
 // re-login on silence, retry after rejection, and received voice through a jitter buffer.
@@ -79,6 +82,12 @@ public:
     // Where a transmission's frames go: open while Running, closed otherwise.
     std::shared_ptr<DmrVoiceLink> voiceLink() const { return voice; }
 
+    // Queues a text message as a data call ("etsi", "anytone" or "short_data", see SmsEncoder.h),
+    // sent one burst per 60 ms; false unless Running or with nothing to send. smsSent follows once
+    // the last burst has left.
+    bool sendSms(quint32 srcId, quint32 dstId, quint8 slot, bool privateCall, const QString& text,
+                 const QString& format);
+
     // One received datagram, as the socket delivers it.
     void handleDatagram(const QByteArray& datagram);
 
@@ -103,6 +112,9 @@ signals:
     void rxStreamEnded(uint streamId, qlonglong durationMs);
     // The same frames as dmrFrameReceived, always emitted just before it.
     void voiceFrameForDecode(const QByteArray& dmrd);
+    // A completed data call that decoded to text; format names how it was read (SmsText.h).
+    void smsReceived(uint srcId, uint dstId, bool privateCall, const QString& text, const QString& format);
+    void smsSent(uint dstId, const QString& text);
 
 private slots:
     void onLookupResolved();
@@ -110,6 +122,7 @@ private slots:
     void onClock();
     void onJitterTick();
     void onRetryTimer();
+    void onSmsTick();
 
 private:
     qint64 now() const;
@@ -129,6 +142,7 @@ private:
     void onNak();
     void onVoiceFrame(const QByteArray& dmrd);
     void deliver(const QByteArray& dmrd);
+    void onDataBurst(const DmrdHeader& header, const QByteArray& dmrd);
     void updateJitterTimer();
 
     Profile pendingProfile;
@@ -143,6 +157,7 @@ private:
     QTimer* jitterTimer;
     QTimer* retryTimer;
     QTimer* countdownTimer;
+    QTimer* smsTimer;
 
     QByteArray salt;
     qint64 lastRxMs = 0;
@@ -157,6 +172,12 @@ private:
     qint64 rxStartMs = 0;
     qint64 rxLastFrameMs = 0;
     JitterBuffer jitter;
+    DataCallAssembler dataCalls;
+
+    // Frames of short messages waiting for their 60 ms tick, and what smsSent reports.
+    QQueue<QByteArray> smsQueue;
+    quint32 smsDstId = 0;
+    QString smsText;
 
     std::function<qint64()> clock;
     int speedup = 1;

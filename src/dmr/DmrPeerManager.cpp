@@ -71,6 +71,12 @@ DmrPeerClient* DmrPeerManager::spawn(const DmrPeerClient::Profile& profile)
             });
     connect(client, &DmrPeerClient::rxStreamEnded, this,
             [this, label](uint stream, qlonglong ms) { emit callEnded(label, stream, ms); });
+    connect(client, &DmrPeerClient::smsReceived, this,
+            [this, label, network](uint src, uint dst, bool priv, const QString& text, const QString& format) {
+                emit smsReceived(label, network, src, dst, priv, text, format);
+            });
+    connect(client, &DmrPeerClient::smsSent, this,
+            [this, label](uint dst, const QString& text) { emit smsSent(label, dst, text); });
     if (clientSetup)
         clientSetup(client);
     return client;
@@ -168,11 +174,10 @@ QString DmrPeerManager::smsPeerLabel() const
 QString DmrPeerManager::sendSms(const QString& peerLabel, quint32 dstId, const QString& text, const QString& format,
                                 bool privateCall)
 {
-    Q_UNUSED(format)
-    Q_UNUSED(privateCall)
     if (dstId == 0)
         return QStringLiteral("No destination DMR ID or TG.");
-    if (text.trimmed().isEmpty())
+    const QString body = text.trimmed();
+    if (body.isEmpty())
         return QStringLiteral("Empty message.");
     if (peerLabel.isEmpty())
         return QStringLiteral("No DMR peer to send through.");
@@ -183,13 +188,16 @@ QString DmrPeerManager::sendSms(const QString& peerLabel, quint32 dstId, const Q
     DmrPeerClient* client = clientFor(peerLabel);
     if (!client)
         return QStringLiteral("%1 is not connected.").arg(peerLabel);
-    if (dmrId(*peer) == 0)
+    const quint32 srcId = dmrId(*peer);
+    if (srcId == 0)
         return QStringLiteral("Peer has no DMR ID (identity).");
-    if (client->state() != DmrPeerClient::Running)
+    // Slot 2 is where hotspots and most masters expect data; a group message to the talkgroup held
+    // on slot 1 goes there instead, where that group's radios listen.
+    const quint32 ts1Tg = m_peers.value(peerLabel).profile.ts1Tg;
+    const quint8 slot = !privateCall && ts1Tg != 0 && ts1Tg == dstId ? 1 : 2;
+    if (!client->sendSms(srcId, dstId, slot, privateCall, body, format))
         return QStringLiteral("Send failed (peer not running).");
-    // The short-message encoder is not part of the client yet: nothing can go out.
-    qInfo().noquote() << "DmrPeerManager: short messages cannot be sent yet, nothing sent through" << peerLabel;
-    return QStringLiteral("Send failed (short messages not available yet).");
+    return {};
 }
 
 void DmrPeerManager::stopAll()

@@ -38,7 +38,8 @@ public:
     int connectedCount() const;
     QList<PeerRow> peerTable() const;
     QString smsPeerLabel() const;
-    // Empty on success, otherwise the failure in words.
+    // Empty on success, otherwise the failure in words. The source is the peer's plain DMR ID;
+    // format as DmrPeerClient::sendSms takes it.
     QString sendSms(const QString& peerLabel, quint32 dstId, const QString& text, const QString& format,
                     bool privateCall);
     void stopAll();
@@ -51,6 +52,9 @@ signals:
     void callHeard(const QString& peerLabel, const QString& networkName, uint srcId, uint dstId, uchar slot,
                    uint streamId, bool privateCall);
     void callEnded(const QString& peerLabel, uint streamId, qlonglong durationMs);
+    void smsReceived(const QString& peerLabel, const QString& networkName, uint srcId, uint dstId, bool privateCall,
+                     const QString& text, const QString& format);
+    void smsSent(const QString& peerLabel, uint dstId, const QString& text);
 
 private:
     struct PeerEntry {

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 
+#include <atomic>
 #include <mutex>
 
 namespace zl::dmr {
@@ -27,11 +28,18 @@ public:
                         const QByteArray& payload33, bool privateCall);
     bool sendVoiceTerminator(int slot, quint32 srcId, quint32 dstId, quint32 streamId, quint8 seq, bool privateCall);
 
+    // True while a transmission is on the air: from its header until its terminator, or until
+    // bursts have stopped for longer than a superframe when an encoder ended without one.
+    // Data calls wait for it, as a master takes one call per slot at a time.
+    bool inCall() const;
+
 private:
     bool sendLc(const DmrdHeader& header, quint8 dataType);
     // With the lock held.
     bool sendLocked(DmrdHeader header, const QByteArray& burst33);
 
+    // Steady-clock milliseconds of the last header or burst sent; 0 after a terminator.
+    std::atomic<qint64> lastVoiceMs{0};
     std::mutex mutex; // visible to the thread sanitizer, unlike QtCore's
     int fd = -1;
     sockaddr_in address{};

@@ -1,23 +1,19 @@
 #include "dmr/DmrdFrame.h"
 
+#include "dmr/Bits.h"
+
 namespace zl::dmr {
 
 namespace {
 
 uint32_t readBe(const QByteArray& bytes, int offset, int width)
 {
-    uint32_t value = 0;
-    for (int i = 0; i < width; ++i)
-        value = (value << 8) | uint8_t(bytes[offset + i]);
-    return value;
+    return zl::dmr::readBe(reinterpret_cast<const uint8_t*>(bytes.constData()) + offset, width);
 }
 
 void writeBe(QByteArray& bytes, int offset, int width, uint32_t value)
 {
-    for (int i = width - 1; i >= 0; --i) {
-        bytes[offset + i] = char(value & 0xFF);
-        value >>= 8;
-    }
+    zl::dmr::writeBe(reinterpret_cast<uint8_t*>(bytes.data()) + offset, width, value);
 }
 
 uint8_t slotBits(int slot, bool privateCall)

@@ -31,24 +31,6 @@ std::optional<zl::dmr::Peer> cardPeer()
     return std::nullopt;
 }
 
-const char* dotColour(zl::dmr::DmrPeerClient::State state)
-{
-    using Client = zl::dmr::DmrPeerClient;
-    switch (state) {
-    case Client::Running:
-        return BaseModePage::kUp;
-    case Client::Resolving:
-    case Client::WaitingLogin:
-    case Client::WaitingAuth:
-    case Client::WaitingConfig:
-        return BaseModePage::kBetween;
-    case Client::Failed:
-        return BaseModePage::kFailed;
-    default:
-        return BaseModePage::kIdle;
-    }
-}
-
 } // namespace
 
 DmrModePage::DmrModePage(QWidget* parent) : BaseModePage(QStringLiteral("DMR"), parent)
@@ -147,7 +129,7 @@ void DmrModePage::updateStatuses()
         if (!row)
             continue;
         const bool wasUp = row->statusColour() == QLatin1String(kUp);
-        row->setStatus(QLatin1String(dotColour(client.state)), client.stateText);
+        row->setStatus(QLatin1String(zl::ui::DmrPeerRow::dotColour(client.state)), client.stateText);
         reported.insert(client.label);
         // A peer that has just logged in shows what the network made of it at once.
         row->refreshApiStatus(!wasUp && client.state == zl::dmr::DmrPeerClient::Running);

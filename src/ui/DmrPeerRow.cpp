@@ -17,6 +17,24 @@
 
 namespace zl::ui {
 
+const char* DmrPeerRow::dotColour(zl::dmr::DmrPeerClient::State state)
+{
+    using Client = zl::dmr::DmrPeerClient;
+    switch (state) {
+    case Client::Running:
+        return BaseModePage::kUp;
+    case Client::Resolving:
+    case Client::WaitingLogin:
+    case Client::WaitingAuth:
+    case Client::WaitingConfig:
+        return BaseModePage::kBetween;
+    case Client::Failed:
+        return BaseModePage::kFailed;
+    default:
+        return BaseModePage::kIdle;
+    }
+}
+
 namespace {
 
 // Widths of the fields that do not stretch, shared by the rows and their header.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "dmr/DmrPeerClient.h"
 #include "dmr/Peer.h"
 
 #include <QFrame>
@@ -26,6 +27,8 @@ public:
     explicit DmrPeerRow(const zl::dmr::Peer& peer, QWidget* parent = nullptr);
     // The column titles, laid out as a row so that they stand over the row's fields.
     static QFrame* header();
+    // The status dot's colour for a client in this state; the DMR SMS page's rows use it too.
+    static const char* dotColour(zl::dmr::DmrPeerClient::State state);
 
     QString label() const { return peer.label; }
     // Shows a newer copy of the same peer.

@@ -18,6 +18,7 @@
 #include "ui/AllStarModePage.h"
 #include "ui/AprsModePage.h"
 #include "ui/DmrModePage.h"
+#include "ui/DmrSmsPage.h"
 #include "ui/EchoLinkModePage.h"
 #include "ui/FlowLayout.h"
 #include "ui/LastHeardWindow.h"
@@ -163,6 +164,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent)
             page = new SvxLinkModePage;
         else if (mode == QLatin1String("APRS"))
             page = new AprsModePage;
+        else if (mode == QLatin1String("DMR SMS"))
+            page = new DmrSmsPage;
         else
             page = new ModePage(mode);
         pages.insert(mode, page);

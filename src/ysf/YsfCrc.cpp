@@ -1,16 +1,12 @@
 #include "YsfCrc.h"
 
+#include "app/CrcCcitt.h"
+
 namespace zl::ysf {
 
 quint16 ysfCrc(QByteArrayView data)
 {
-    quint16 crc = 0;
-    for (char c : data) {
-        crc ^= quint16(quint8(c) << 8);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc & 0x8000) ? quint16((crc << 1) ^ 0x1021) : quint16(crc << 1);
-    }
-    return quint16(~crc);
+    return crcCcitt(data);
 }
 
 } // namespace zl::ysf

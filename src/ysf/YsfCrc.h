@@ -5,7 +5,7 @@
 
 namespace zl::ysf {
 
-// CRC-16 of the YSF FICH and data channel: CCITT polynomial 0x1021, start 0, complemented.
+// CRC-16 of the YSF FICH and data channel: the CCITT CRC of app/CrcCcitt.h.
 // Sent high byte first.
 quint16 ysfCrc(QByteArrayView data);
 
