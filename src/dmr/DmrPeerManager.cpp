@@ -172,7 +172,7 @@ QString DmrPeerManager::smsPeerLabel() const
 }
 
 QString DmrPeerManager::sendSms(const QString& peerLabel, quint32 dstId, const QString& text, const QString& format,
-                                bool privateCall)
+                                bool privateCall, quint32 srcOverride)
 {
     if (dstId == 0)
         return QStringLiteral("No destination DMR ID or TG.");
@@ -188,7 +188,7 @@ QString DmrPeerManager::sendSms(const QString& peerLabel, quint32 dstId, const Q
     DmrPeerClient* client = clientFor(peerLabel);
     if (!client)
         return QStringLiteral("%1 is not connected.").arg(peerLabel);
-    const quint32 srcId = dmrId(*peer);
+    const quint32 srcId = srcOverride != 0 ? srcOverride : dmrId(*peer);
     if (srcId == 0)
         return QStringLiteral("Peer has no DMR ID (identity).");
     // Slot 2 is where hotspots and most masters expect data; a group message to the talkgroup held

@@ -40,8 +40,9 @@ public:
     QString smsPeerLabel() const;
     // Empty on success, otherwise the failure in words. The source is the peer's plain DMR ID;
     // format as DmrPeerClient::sendSms takes it.
+    // srcOverride: another source ID than the peer's (0: the peer's).
     QString sendSms(const QString& peerLabel, quint32 dstId, const QString& text, const QString& format,
-                    bool privateCall);
+                    bool privateCall, quint32 srcOverride = 0);
     void stopAll();
 
     // Test seam: runs on every new client before it starts (clocks, speech sink).

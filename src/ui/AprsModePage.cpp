@@ -6,6 +6,7 @@
 #include "aprs/AprsBeacon.h"
 #include "aprs/AprsClient.h"
 #include "aprs/AprsGeo.h"
+#include "aprs/DmrBridge.h"
 #include "db/ServerRegistry.h"
 
 #include <QCheckBox>
@@ -68,6 +69,13 @@ AprsModePage::AprsModePage(QWidget* parent) : BaseModePage(QStringLiteral("APRS"
     aprs = new AprsClient(this);
     beacon = new zl::aprs::AprsBeacon(aprs, this);
     connect(aprs, &AprsClient::packetReceived, this, &AprsModePage::onPacket);
+    bridge = new zl::aprs::DmrBridge(aprs, this);
+    connect(bridge, &zl::aprs::DmrBridge::sentToAprs, this,
+            [this](const QString& id, const QString& dest, const QString& text, uint source) {
+                addHistory(QStringLiteral("→"), ownCall(), dest, text, QStringLiteral("sent (via DMR %1)").arg(source));
+                pending.insert(id, history->item(history->rowCount() - 1, Status));
+                saveHistory();
+            });
     connect(aprs, &AprsClient::messageStatus, this, &AprsModePage::onMessageStatus);
     connect(aprs, &AprsClient::loginResult, this, [this](bool verified) {
         if (verified)
@@ -274,6 +282,7 @@ void AprsModePage::onPacket(const ParsedPacket& packet)
         return;
     addHistory(QStringLiteral("←"), packet.source, packet.addressee, packet.body, QString());
     emit lastHeardLine(now(), packet.source, QString(), mode(), serverText(), QString(), QString(), QString());
+    bridge->bridgeToDmr(packet.source, packet.body);
 }
 
 void AprsModePage::matchTopics(const ParsedPacket& packet)

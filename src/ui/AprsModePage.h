@@ -14,6 +14,7 @@ class QTableWidgetItem;
 
 namespace zl::aprs {
 class AprsBeacon;
+class DmrBridge;
 class AprsClient;
 } // namespace zl::aprs
 
@@ -55,6 +56,7 @@ private:
 
     zl::aprs::AprsClient* aprs = nullptr;
     zl::aprs::AprsBeacon* beacon = nullptr;
+    zl::aprs::DmrBridge* bridge = nullptr;
     QCheckBox* enabledBox = nullptr;
     QComboBox* serverCombo = nullptr;
     QPushButton* connectButton = nullptr;

@@ -6,6 +6,8 @@
 #include "aprs/AprsClient.h"
 #include "aprs/AprsGeo.h"
 #include "aprs/AprsPacket.h"
+#include "aprs/DmrBridge.h"
+#include "dmr/DmrPeerManager.h"
 
 #include <QFile>
 #include <QJsonObject>
@@ -237,6 +239,36 @@ private slots:
         }
         QVERIFY2(differences.isEmpty(), qPrintable(differences.join(QLatin1Char('\n'))));
         QVERIFY(compared >= 60);
+    }
+
+    // Short messages on the bridge talk group in the form "CALL text" go to APRS-IS.
+    void bridgesShortMessagesOfTheTalkgroup_data()
+    {
+        QTest::addColumn<uint>("tg");
+        QTest::addColumn<QString>("sms");
+        QTest::addColumn<QByteArray>("sent"); // the message line, empty for none
+        QTest::newRow("call with ssid") << 9u << " xx0abc-9 hello there" << QByteArray("XX0ABC-9 :hello there{1");
+        QTest::newRow("text alone") << 9u << "hello" << QByteArray();
+        QTest::newRow("seven letters") << 9u << "ABCDEFG hi" << QByteArray();
+        QTest::newRow("other talkgroup") << 91u << "XX0ABC hi" << QByteArray();
+        QTest::newRow("cut to 67") << 9u << "XX0ABC " + QString(100, 'y') << "XX0ABC   :" + QByteArray(67, 'y') + "{1";
+    }
+    void bridgesShortMessagesOfTheTalkgroup()
+    {
+        QFETCH(uint, tg);
+        QFETCH(QString, sms);
+        QFETCH(QByteArray, sent);
+        TempConfigHome home;
+        zl::Config::instance().setSection("aprs", {{"dmr_bridge_enabled", true}, {"dmr_bridge_tg", 9}});
+        AprsIsServer server;
+        AprsClient client;
+        logIn(client, server);
+        DmrBridge bridge(&client);
+        QSignalSpy bridged(&bridge, &DmrBridge::sentToAprs);
+        emit zl::dmr::DmrPeerManager::instance().smsReceived("Home", "Net", 2400002, tg, false, sms, "etsi");
+        QCOMPARE(bridged.count(), sent.isEmpty() ? 0 : 1);
+        if (!sent.isEmpty())
+            QTRY_VERIFY(server.lines.contains("XX0ABC-9>APRS,TCPIP*::" + sent));
     }
 
     void formatsLines()

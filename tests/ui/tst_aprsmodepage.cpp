@@ -1,7 +1,10 @@
 #include "AprsIsServer.h"
+#include "HomebrewMaster.h"
 #include "TempConfigHome.h"
 #include "app/Config.h"
 #include "aprs/AprsClient.h"
+#include "dmr/DmrPeerManager.h"
+#include "dmr/Peer.h"
 #include "ui/AprsModePage.h"
 
 #include <QFile>
@@ -11,6 +14,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTableWidget>
 #include <QTest>
 
@@ -91,6 +95,63 @@ private slots:
         QTRY_VERIFY(!page.isModeConnected());
         QTRY_VERIFY(server.logins >= 3);
         QTRY_VERIFY(page.isModeConnected());
+    }
+
+    // The bridge: "CALL text" sent as a short message to the bridge talk group goes out on APRS-IS,
+    // and a message to this station on APRS-IS reaches the operator's own radio as a short message.
+    void bridgesDmrShortMessages()
+    {
+        TempConfigHome home;
+        using zl::dmr::DmrPeerManager;
+        HomebrewMaster master;
+        QVERIFY(master.listen());
+        QList<zl::dmr::Peer> peers;
+        for (const QString& id : {"2400001", "2400002"}) {
+            master.addPeer(id.toUInt() * 100 + 1, "pw");
+            zl::dmr::Peer p;
+            p.label = id == "2400001" ? "Home" : "Away";
+            p.server = QStringLiteral("127.0.0.1:%1").arg(master.port());
+            p.dmrid_override = id;
+            p.essid_override = "01";
+            p.password = "pw";
+            p.auto_connect = true;
+            peers << p;
+        }
+        zl::dmr::savePeers(peers);
+        zl::dmr::setDefaultPeerLabel("Home");
+        DmrPeerManager::instance().reload();
+        QTRY_VERIFY(master.isLoggedIn(240000101) && master.isLoggedIn(240000201));
+
+        AprsIsServer server;
+        server.acceptPasscode("N0CALL", 13023);
+        zl::Config::instance().setSection("aprs",
+                                          QJsonObject{{"enabled", true},
+                                                      {"callsign_ssid", "n0call-7"},
+                                                      {"server_host", "127.0.0.1"},
+                                                      {"server_port", server.port()},
+                                                      {"server", QStringLiteral("127.0.0.1:%1").arg(server.port())},
+                                                      {"dmr_bridge_enabled", true},
+                                                      {"dmr_bridge_tg", 9}});
+        AprsModePage page;
+        QTRY_VERIFY(page.isModeConnected());
+        zl::aprs::AprsClient other;
+        other.setServer("127.0.0.1", server.port());
+        other.setCallsign("N0CALL-5");
+        other.start();
+        QTRY_COMPARE(server.logins, 2);
+
+        QVERIFY(DmrPeerManager::instance().sendSms("Away", 9, "n0call-5 hello from DMR", "etsi", false).isEmpty());
+        QTRY_VERIFY(server.lines.contains("N0CALL-7>APRS,TCPIP*::N0CALL-5 :hello from DMR{1"));
+        auto* history = page.findChild<QTableWidget*>("aprsHistory");
+        QTRY_COMPARE(history->rowCount(), 1);
+        QCOMPARE(history->item(0, 5)->text(), QString("sent (via DMR 2400002)"));
+
+        QSignalSpy sms(&DmrPeerManager::instance(), &DmrPeerManager::smsReceived);
+        other.sendTrackedMessage("N0CALL-7", "ping");
+        QTRY_VERIFY(std::any_of(sms.cbegin(), sms.cend(), [](const QList<QVariant>& a) {
+            return a.at(3).toUInt() == 2400001 && a.at(5).toString() == "N0CALL-5> ping";
+        }));
+        DmrPeerManager::instance().stopAll();
     }
 };
 
