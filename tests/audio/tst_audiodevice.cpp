@@ -17,7 +17,7 @@ private slots:
 
     void cleanupTestCase() { qputenv("PATH", savedPath); }
 
-    void restoreCardProfile_data()
+    void setCardProfile_data()
     {
         QTest::addColumn<QByteArray>("script"); // empty: no pactl at all
         QTest::addColumn<QStringList>("cardProfile");
@@ -36,7 +36,7 @@ private slots:
         QTest::newRow("hangs") << QByteArray("exec sleep 30\n") << QStringList{"card", "profile"} << false << "";
     }
 
-    void restoreCardProfile()
+    void setCardProfile()
     {
         QFETCH(QByteArray, script);
         QFETCH(QStringList, cardProfile);
@@ -52,7 +52,7 @@ private slots:
         }
         QElapsedTimer timer;
         timer.start();
-        QTEST(zl::AudioDevice::restoreCardProfile(cardProfile.at(0), cardProfile.at(1)), "ok");
+        QTEST(zl::AudioDevice::instance().setCardProfile(cardProfile.at(0), cardProfile.at(1)), "ok");
         QVERIFY(timer.elapsed() < 10000);
         QFile args(bin.filePath("args"));
         QTEST(args.open(QIODevice::ReadOnly) ? QString::fromUtf8(args.readAll()).trimmed() : QString(), "args");
