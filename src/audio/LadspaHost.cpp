@@ -90,6 +90,10 @@ bool survivesTrial(const QString& path, const QByteArray& label, const QList<flo
         return *it;
     const pid_t child = fork();
     if (child == 0) {
+        // Crash handlers of the parent (a debugger hook, a log flush) must not run here: the
+        // child is meant to die quietly so that the parent can read how.
+        for (int sig : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT})
+            signal(sig, SIG_DFL);
         int why = 0;
         std::unique_ptr<LadspaInstance> plugin = instantiate(path, label, ctl, &why);
         if (!plugin)

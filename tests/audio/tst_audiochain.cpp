@@ -137,9 +137,8 @@ private slots:
         c.configure(chainOf(chain));
         const QByteArray out = run(c, signal);
         const auto* s = reinterpret_cast<const qint16*>(out.constData());
-        const int peak = *std::max_element(s, s + out.size() / 2, [](qint16 a, qint16 b) {
-            return std::abs(int(a)) < std::abs(int(b));
-        });
+        const int peak = *std::max_element(s, s + out.size() / 2,
+                                           [](qint16 a, qint16 b) { return std::abs(int(a)) < std::abs(int(b)); });
         QVERIFY2(std::abs(peak) <= ceiling, qPrintable(QString::number(peak)));
         // It limits, it does not mute.
         QVERIFY(std::abs(peak) > ceiling / 2);
@@ -154,8 +153,8 @@ private slots:
         QTest::addColumn<double>("targetRms");
         QTest::newRow("quiet, rising") << QJsonObject{{"agc", true}} << 1200.0 << 3000 << 8000.0;
         QTest::newRow("loud, falling") << QJsonObject{{"agc", true}} << 20000.0 << 200 << 8000.0;
-        QTest::newRow("target 0 reads as 8000") << QJsonObject{{"agc", true}, {"agc_target", 0}} << 3000.0 << 3000
-                                                << 8000.0;
+        QTest::newRow("target 0 reads as 8000")
+            << QJsonObject{{"agc", true}, {"agc_target", 0}} << 3000.0 << 3000 << 8000.0;
         QTest::newRow("own target") << QJsonObject{{"agc", true}, {"agc_target", 3000}} << 12000.0 << 200 << 3000.0;
         // Too quiet for +18 dB: it stops at its largest gain.
         QTest::newRow("whisper, gain capped") << QJsonObject{{"agc", true}} << 400.0 << 6000 << 400.0 * 7.943;
