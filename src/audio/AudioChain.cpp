@@ -1,6 +1,7 @@
 #include "AudioChain.h"
 
 #include "LadspaHost.h"
+#include "PcmDsp.h"
 
 #include <QDebug>
 
@@ -137,8 +138,11 @@ void AudioChain::levelAndStore(SampleAt sampleAt, qint16* out, int count)
             limGain += (need - limGain) * 0.05f;
     }
     const float total = agcGain * limGain;
-    for (int i = 0; i < count; ++i)
-        out[i] = qint16(std::clamp(std::nearbyint(sampleAt(i) * total), -32768.0f, 32767.0f));
+    for (int i = 0; i < count; ++i) {
+        // A plug-in may hand back NaN; that sample is silenced rather than converted.
+        const float v = std::nearbyint(sampleAt(i) * total);
+        out[i] = v == v ? clamp16(v) : qint16(0);
+    }
 }
 
 void AudioChain::process(qint16* samples, int count)

@@ -4,6 +4,8 @@
 
 #include <QJsonArray>
 
+#include <algorithm>
+
 namespace zl::audio {
 
 namespace {
@@ -19,10 +21,11 @@ bool ownChain(const QJsonObject& holder, const QString& key, QJsonObject& chain)
     return true;
 }
 
-float number(const QJsonObject& o, const char* key, float fallback)
+// A number within bounds that no sensible setting leaves, so that a hand-edited file cannot
+// drive the arithmetic to infinities.
+float number(const QJsonValue& v, float fallback, float lowest, float highest)
 {
-    const QJsonValue v = o.value(QLatin1String(key));
-    return v.isDouble() ? float(v.toDouble()) : fallback;
+    return v.isDouble() ? float(std::clamp(v.toDouble(), double(lowest), double(highest))) : fallback;
 }
 
 } // namespace
@@ -31,14 +34,14 @@ AudioChainConfig parseChain(const QJsonObject& chain)
 {
     AudioChainConfig c;
     c.enabled = chain.value(QStringLiteral("enabled")).toBool(false);
-    c.gainDb = number(chain, "gain_db", 0.0f);
+    c.gainDb = number(chain.value(QStringLiteral("gain_db")), 0.0f, -60.0f, 60.0f);
     c.eqOn = chain.value(QStringLiteral("eq_on")).toBool(false);
     const QJsonArray eq = chain.value(QStringLiteral("eq")).toArray();
     for (int i = 0; i < AudioChainConfig::kBands && i < eq.size(); ++i)
-        c.eq[size_t(i)] = float(eq.at(i).toDouble(0.0));
+        c.eq[size_t(i)] = number(eq.at(i), 0.0f, -30.0f, 30.0f);
     c.agc = chain.value(QStringLiteral("agc")).toBool(false);
-    c.agcTarget = number(chain, "agc_target", 8000.0f);
-    c.limCeilDb = number(chain, "lim_ceil_db", -0.8f);
+    c.agcTarget = number(chain.value(QStringLiteral("agc_target")), 8000.0f, 0.0f, 32767.0f);
+    c.limCeilDb = number(chain.value(QStringLiteral("lim_ceil_db")), -0.8f, -60.0f, 60.0f);
     for (const QJsonValue& entry : chain.value(QStringLiteral("ladspa")).toArray()) {
         const QJsonObject o = entry.toObject();
         ChainPluginConfig plugin;
