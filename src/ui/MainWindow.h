@@ -17,6 +17,10 @@ class RepeaterDb;
 class TgListSync;
 class UserDb;
 } // namespace zl
+namespace zl::ui {
+class SoundTestWindow;
+}
+
 class QButtonGroup;
 class QComboBox;
 class QGroupBox;
@@ -150,4 +154,5 @@ private:
     QLabel* callLabel = nullptr;
     QLabel* clockLabel = nullptr;
     QPointer<QMessageBox> aboutBox;
+    QPointer<zl::ui::SoundTestWindow> soundTestWindow;
 };
