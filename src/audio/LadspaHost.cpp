@@ -221,17 +221,24 @@ QList<LadspaPluginInfo> LadspaHost::scanPlugins()
 
 std::unique_ptr<LadspaInstance> LadspaHost::createInstance(const QString& label, const QList<float>& ctl)
 {
+    // A receive chain is made at a peer's first frame: opening every library of the search
+    // path then would hold up the audio, so where a label lives is remembered.
+    static QHash<QString, QString> fileOf;
     const QByteArray wanted = label.toUtf8();
-    QString path;
-    forEachLibrary([&](const QString& file, void*, LADSPA_Descriptor_Function entry) {
-        if (findLabel(entry, wanted))
-            path = file;
-        return !path.isEmpty();
-    });
+    const QString key = searchPath().join(QLatin1Char(':')) + QLatin1Char('\n') + label;
+    QString path = fileOf.value(key);
+    if (path.isEmpty()) {
+        forEachLibrary([&](const QString& file, void*, LADSPA_Descriptor_Function entry) {
+            if (findLabel(entry, wanted))
+                path = file;
+            return !path.isEmpty();
+        });
+    }
     if (path.isEmpty()) {
         qInfo() << "LadspaHost: no plug-in labelled" << label << "in" << searchPath();
         return nullptr;
     }
+    fileOf.insert(key, path);
     if (!survivesTrial(path, wanted, ctl))
         return nullptr;
     int why = 0;

@@ -13,27 +13,27 @@ namespace {
 // One card of `pactl list cards` as PulseAudio and PipeWire print it.
 QString card(const QString& name, const QString& profiles, const QString& active)
 {
-    return QStringLiteral("Card #%1\n\tName: %1\n\tDriver: module-alsa-card.c\n\tProperties:\n"
-                          "\t\tdevice.description = \"Built-in Audio\"\n\tProfiles:\n%2"
+    return QStringLiteral("Card #%1\n\tName: %1\n\tDriver: module-alsa-card.c\n\tProfiles:\n%2"
                           "\tActive Profile: %3\n\tPorts:\n"
                           "\t\tanalog-output-speaker: Speakers (type: Speaker, priority: 10000, available: yes)\n"
                           "\t\t\tPart of profile(s): output:analog-stereo\n")
         .arg(name, profiles, active);
 }
 
-const QString kAnalog = QStringLiteral(
-    "\t\toutput:analog-stereo: Analog Stereo Output (sinks: 1, sources: 0, priority: 6500, available: yes)\n");
-const QString kHdmi = QStringLiteral(
-    "\t\toutput:hdmi-stereo: Digital Stereo (HDMI) Output (sinks: 1, sources: 0, priority: 5900, available: yes)\n");
-const QString kRest = QStringLiteral(
-    "\t\tinput:analog-stereo: Analog Stereo Input (sinks: 0, sources: 1, priority: 65, available: yes)\n"
-    "\t\toutput:analog-stereo+input:analog-stereo: Analog Stereo Duplex (sinks: 1, sources: 1, priority: 6565, "
-    "available: yes)\n"
-    "\t\toutput:hdmi-surround: Digital Surround 5.1 (HDMI) Output (sinks: 1, sources: 0, priority: 800, available: "
-    "yes)\n"
-    "\t\toutput:hdmi-stereo-extra1: Digital Stereo (HDMI 2) Output (sinks: 1, sources: 0, priority: 5700, "
-    "available: no)\n"
-    "\t\toff: Off (sinks: 0, sources: 0, priority: 0, available: yes)\n");
+// One profile line; the counts and priorities do not matter here.
+QString profile(const char* name, const char* text, const char* available = "yes")
+{
+    return QStringLiteral("\t\t%1: %2 (sinks: 1, sources: 0, priority: 100, available: %3)\n")
+        .arg(name, text, available);
+}
+
+const QString kAnalog = profile("output:analog-stereo", "Analog Stereo Output");
+const QString kHdmi = profile("output:hdmi-stereo", "Digital Stereo (HDMI) Output");
+const QString kRest = profile("input:analog-stereo", "Analog Stereo Input") +
+                      profile("output:analog-stereo+input:analog-stereo", "Analog Stereo Duplex") +
+                      profile("output:hdmi-surround", "Digital Surround 5.1 (HDMI) Output") +
+                      profile("output:hdmi-stereo-extra1", "Digital Stereo (HDMI 2) Output", "no") +
+                      profile("off", "Off");
 
 } // namespace
 
@@ -81,9 +81,6 @@ private slots:
         QTest::newRow("HDMI in use with the microphone: analogue offered")
             << card(pci, kAnalog + kHdmi + kRest, "output:hdmi-stereo+input:analog-stereo")
             << QStringList{pci + "|output:analog-stereo|Analog Stereo Output"};
-        QTest::newRow("off: both outputs") << card(pci, kAnalog + kHdmi, "off")
-                                           << QStringList{pci + "|output:analog-stereo|Analog Stereo Output",
-                                                          pci + "|output:hdmi-stereo|Digital Stereo (HDMI) Output"};
         QTest::newRow("two cards") << card(pci, kHdmi, "output:analog-stereo") + card(usb, kAnalog, "off")
                                    << QStringList{pci + "|output:hdmi-stereo|Digital Stereo (HDMI) Output",
                                                   usb + "|output:analog-stereo|Analog Stereo Output"};
@@ -155,9 +152,7 @@ private slots:
         QCOMPARE(pulse->pactl({"list", "cards"}).trimmed(), QByteArray());
         QVERIFY(device.listCardProfiles().isEmpty());
         QVERIFY(!device.setCardProfile("alsa_card.pci-0000_00_1f.3", "output:analog-stereo"));
-        QVERIFY(device.listOutputs().contains("zl-speaker"));
-        QVERIFY(device.listOutputs().contains("zl-second"));
-        QVERIFY(device.listInputs().contains("zl-tone"));
+        QVERIFY(device.listOutputs().contains("zl-speaker") && device.listInputs().contains("zl-tone"));
     }
 };
 
