@@ -81,6 +81,7 @@ AudioChainEditor::AudioChainEditor(QWidget* parent)
     }
 
     auto* add = new QPushButton(QStringLiteral("Add"));
+    add->setObjectName(QStringLiteral("chainAdd"));
     auto* remove = new QPushButton(QStringLiteral("Remove"));
     auto* up = new QPushButton(QStringLiteral("▲"));
     auto* down = new QPushButton(QStringLiteral("▼"));

@@ -410,8 +410,12 @@ void MainWindow::buildToolBar()
         }
         if (!soundTestWindow) {
             soundTestWindow = new zl::ui::SoundTestWindow(this);
-            // Closing the window unchecks the action, whichever way it was closed.
-            connect(soundTestWindow, &QObject::destroyed, soundTest, [soundTest] { soundTest->setChecked(false); });
+            // Closing the window unchecks the action, whichever way it was closed; quietly, as
+            // the window is already on its way out.
+            connect(soundTestWindow, &QObject::destroyed, soundTest, [soundTest] {
+                const QSignalBlocker blocker(soundTest);
+                soundTest->setChecked(false);
+            });
             // The test may have opened another microphone; the mode's own comes back.
             connect(soundTestWindow, &QObject::destroyed, this, [this] { applyMicDevice(); });
         }
