@@ -36,7 +36,8 @@ class LadspaHost {
 public:
     // LADSPA_PATH's folders in order, then the two standard ones.
     static QStringList searchPath();
-    // Every plug-in found, the first folder winning for a label, sorted by name.
+    // Every plug-in found, the first folder winning for a label, sorted by name. The libraries
+    // are opened in a child process; one that crashes while loading is left out.
     static QList<LadspaPluginInfo> scanPlugins();
     // The plug-in with this label, running with these control values (in control port order;
     // missing ones take their defaults), or null when it is not there, cannot run mono, or

@@ -275,9 +275,9 @@ private slots:
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("logged");
         QTest::newRow("crash on instantiate") << "zl_crash_instantiate"
-                                              << "crashed in a trial run";
+                                              << "crashed (signal 11) in a trial run";
         QTest::newRow("crash on run") << "zl_crash_run"
-                                      << "crashed in a trial run";
+                                      << "crashed (signal 11) in a trial run";
         QTest::newRow("no audio output: cmt null_ai") << "null_ai"
                                                       << "no audio input and output";
         QTest::newRow("not installed") << "zl_nowhere"

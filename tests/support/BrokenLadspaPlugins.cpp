@@ -1,10 +1,18 @@
-// LADSPA plug-ins that crash as third-party ones might: one when instantiated, one when run.
-// The host must survive both.
+// LADSPA plug-ins that crash as third-party ones might: one when instantiated, one when run;
+// built a second time as a library that crashes as soon as it is loaded. The host must
+// survive all three.
 #include <ladspa.h>
 
 #include <csignal>
 
 namespace {
+
+#ifdef ZL_CRASH_ON_LOAD
+__attribute__((constructor)) void crashOnLoad()
+{
+    std::raise(SIGSEGV);
+}
+#endif
 
 LADSPA_Handle crashingInstantiate(const LADSPA_Descriptor*, unsigned long)
 {
