@@ -195,32 +195,47 @@ private slots:
         QCOMPARE(c.agcGainNow(), gain);
     }
 
-    void catalogue_data()
+    // Listed as their packages document them, loaded into a chain, and doing what they say:
+    // the gain measured on a tone (NaN: not measured).
+    void installedPlugins_data()
     {
         QTest::addColumn<bool>("cmtFirst");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("ins");
-        QTest::addColumn<int>("outs");
+        QTest::addColumn<QList<int>>("insOuts");
         QTest::addColumn<QList<float>>("control"); // lower, upper, default of the first control
-        QTest::newRow("swh amp") << false << "amp"
-                                 << "Simple amplifier" << 1 << 1 << QList<float>{-70, 70, 0};
-        QTest::newRow("sdk amp_stereo, first file in /usr/lib/ladspa")
-            << false << "amp_stereo"
-            << "Stereo Amplifier" << 2 << 2 << QList<float>{0, 1, 1};
-        QTest::newRow("cmt amp_stereo, first folder on the path")
+        QTest::addColumn<QJsonArray>("ctl");
+        QTest::addColumn<double>("expectedDb");
+        const QList<float> amp{-70, 70, 0}, factor{0, 1, 1};
+        const QString swh = "Simple amplifier";
+        QTest::newRow("swh amp -6 dB") << false << "amp" << swh << QList{1, 1} << amp << QJsonArray{-6} << -6.0;
+        QTest::newRow("swh amp +10 dB") << false << "amp" << swh << QList{1, 1} << amp << QJsonArray{10} << 10.0;
+        QTest::newRow("swh amp default") << false << "amp" << swh << QList{1, 1} << amp << QJsonArray{} << 0.0;
+        QTest::newRow("cmt amp_mono") << true << "amp_mono"
+                                      << "Amplifier (Mono)" << QList{1, 1} << factor << QJsonArray{0.25} << -12.04;
+        QTest::newRow("cmt amp_stereo used mono, first folder on the path")
             << true << "amp_stereo"
-            << "Amplifier (Stereo)" << 2 << 2 << QList<float>{0, 1, 1};
+            << "Amplifier (Stereo)" << QList{2, 2} << factor << QJsonArray{0.5} << -6.02;
+        QTest::newRow("sdk amp_stereo used mono, first file in /usr/lib/ladspa")
+            << false << "amp_stereo"
+            << "Stereo Amplifier" << QList{2, 2} << factor << QJsonArray{2} << 6.02;
+        // Both inputs take the same block: the sum is twice the signal.
+        QTest::newRow("cmt mixer, two inputs")
+            << false << "mixer"
+            << "Mixer (Stereo to Mono)" << QList{2, 1} << QList<float>{} << QJsonArray{} << 6.02;
         // Bounds in units of the sample rate: half of 8 kHz.
         QTest::newRow("cmt lpf") << false << "lpf"
-                                 << "Low Pass Filter (One Pole)" << 1 << 1 << QList<float>{0, 4000, 440};
+                                 << "Low Pass Filter (One Pole)" << QList{1, 1} << QList<float>{0, 4000, 440}
+                                 << QJsonArray{} << qQNaN();
     }
 
-    void catalogue()
+    void installedPlugins()
     {
         QFETCH(bool, cmtFirst);
         QFETCH(QString, label);
         QFETCH(QList<float>, control);
+        QFETCH(QJsonArray, ctl);
+        QFETCH(double, expectedDb);
         if (cmtFirst)
             qputenv("LADSPA_PATH", cmt.dir.path().toLocal8Bit());
         const QList<LadspaPluginInfo> catalogue = LadspaHost::scanPlugins();
@@ -229,37 +244,12 @@ private slots:
         const auto p = std::find_if(catalogue.begin(), catalogue.end(), [&](auto& e) { return e.label == label; });
         QVERIFY(p != catalogue.end());
         QTEST(p->name, "name");
-        QTEST(p->audioIns, "ins");
-        QTEST(p->audioOuts, "outs");
+        QTEST((QList{p->audioIns, p->audioOuts}), "insOuts");
         QCOMPARE(p->controls.isEmpty(), control.isEmpty());
         if (!control.isEmpty())
             QCOMPARE((QList<float>{p->controls[0].lower, p->controls[0].upper, p->controls[0].defaultValue}), control);
-    }
-
-    void pluginsChangeTheSignal_data()
-    {
-        QTest::addColumn<bool>("cmtFirst");
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QJsonArray>("ctl");
-        QTest::addColumn<double>("expectedDb");
-        QTest::newRow("swh amp -6 dB") << false << "amp" << QJsonArray{-6} << -6.0;
-        QTest::newRow("swh amp +10 dB") << false << "amp" << QJsonArray{10} << 10.0;
-        QTest::newRow("swh amp default") << false << "amp" << QJsonArray{} << 0.0;
-        QTest::newRow("cmt amp_mono x0.25") << true << "amp_mono" << QJsonArray{0.25} << -12.04;
-        QTest::newRow("cmt amp_stereo used mono x0.5") << true << "amp_stereo" << QJsonArray{0.5} << -6.02;
-        QTest::newRow("sdk amp_stereo used mono x2") << false << "amp_stereo" << QJsonArray{2} << 6.02;
-        // Both inputs take the same block: the sum is twice the signal.
-        QTest::newRow("cmt mixer, two inputs") << false << "mixer" << QJsonArray{} << 6.02;
-    }
-
-    void pluginsChangeTheSignal()
-    {
-        QFETCH(bool, cmtFirst);
-        QFETCH(QString, label);
-        QFETCH(QJsonArray, ctl);
-        QFETCH(double, expectedDb);
-        if (cmtFirst)
-            qputenv("LADSPA_PATH", cmt.dir.path().toLocal8Bit());
+        if (qIsNaN(expectedDb))
+            return;
         AudioChain chain;
         chain.configure(
             chainOf({{"lim_ceil_db", 0}, {"ladspa", QJsonArray{QJsonObject{{"label", label}, {"ctl", ctl}}}}}));

@@ -176,7 +176,6 @@ private slots:
         config.setSectionSilent(QStringLiteral("mode_state"), {});
         config.setSectionSilent(kM17, {});
         config.setSectionSilent(kDmr, {});
-        config.setSectionSilent(kYsf, {});
     }
 
     void firstTalkerKeepsTheSpeaker()
@@ -410,7 +409,6 @@ private slots:
         QTest::newRow("peer without, mode's own") << kDmr << "tgif" << 251 << 3981;
         QTest::newRow("peer not asking for its own") << kDmr << "plain" << 251 << 3981;
         QTest::newRow("mode without, default") << kM17 << "M17-XOR A" << 501 << 3981;
-        QTest::newRow("mode not asking for its own") << kYsf << "" << 501 << 3981;
     }
 
     void chainsFollowModeAndPeer()
@@ -425,7 +423,6 @@ private slots:
              {"peer_audio",
               QJsonObject{{"bm2621", QJsonObject{{"chain_own", true}, {"chain_rx", chain(6)}, {"chain_tx", chain(-6)}}},
                           {"plain", QJsonObject{{"chain_rx", chain(20)}}}}}});
-        config.setSectionSilent(kYsf, {{"audio", QJsonObject{{"chain_rx", chain(20)}}}});
         config.setSectionSilent("audio", {{"rx_jitter_ms", 0}, {"chain_rx", chain(-6)}, {"chain_tx", chain(12)}});
         SimMixer mixer;
         mixer.pushPcm(mode, SimMixer::frame(1000), peer);
