@@ -152,7 +152,7 @@ void writeAll(int fd, const QByteArray& bytes)
 QString reason(int status)
 {
     if (status == -1)
-        return QStringLiteral("hung");
+        return QStringLiteral("did not finish");
     if (WIFSIGNALED(status))
         return QStringLiteral("crashed (signal %1)").arg(WTERMSIG(status));
     return QStringLiteral("failed");
