@@ -64,17 +64,25 @@ std::array<double, 6> coefficients(const BandDesign& band, double gainDb)
 
 } // namespace
 
-void AudioChain::Biquad::run(float* x, int count)
+void AudioChain::runEqualiser(float* x, int count)
 {
     // Transposed direct form II: with unity coefficients the states stay exactly zero, so a
-    // flat equaliser leaves every sample as it was.
+    // flat equaliser leaves every sample as it was. Sample by sample through all bands: one
+    // band's recursion is a chain of dependent steps, seven side by side keep the processor
+    // busy. The states live in locals, as the samples might alias the members as far as the
+    // compiler knows.
+    std::array<Biquad, AudioChainConfig::kBands> b = bands;
     for (int i = 0; i < count; ++i) {
-        const float in = x[i];
-        const float out = b0 * in + z1;
-        z1 = b1 * in - a1 * out + z2;
-        z2 = b2 * in - a2 * out;
-        x[i] = out;
+        float v = x[i];
+        for (Biquad& band : b) {
+            const float out = band.b0 * v + band.z1;
+            band.z1 = band.b1 * v - band.a1 * out + band.z2;
+            band.z2 = band.b2 * v - band.a2 * out;
+            v = out;
+        }
+        x[i] = v;
     }
+    bands = b;
 }
 
 void AudioChain::configure(const AudioChainConfig& config)
@@ -156,10 +164,8 @@ void AudioChain::process(qint16* samples, int count)
     float work[kMaxBlock];
     for (int i = 0; i < count; ++i)
         work[i] = float(samples[i]) * gain;
-    if (eqOn) {
-        for (Biquad& band : bands)
-            band.run(work, count);
-    }
+    if (eqOn)
+        runEqualiser(work, count);
     for (const std::unique_ptr<LadspaInstance>& plugin : plugins)
         plugin->run(work, count);
     levelAndStore([&work](int i) { return work[i]; }, samples, count);

@@ -38,8 +38,9 @@ private:
     struct Biquad {
         float b0 = 1, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
         float z1 = 0, z2 = 0;
-        void run(float* x, int count);
     };
+
+    void runEqualiser(float* x, int count);
 
     // Steps after the equaliser and the plug-ins, on sample i as sampleAt(i) gives it.
     template <typename SampleAt>
