@@ -18,3 +18,6 @@ add_library(zl_gsm INTERFACE)
 target_include_directories(zl_gsm INTERFACE ${GSM_INCLUDE_DIR})
 target_link_libraries(zl_gsm INTERFACE ${GSM_LIBRARY})
 add_library(Gsm::gsm ALIAS zl_gsm)
+
+# LADSPA is a header only (ladspa-sdk); plug-ins are opened at run time.
+find_path(LADSPA_INCLUDE_DIR ladspa.h REQUIRED)

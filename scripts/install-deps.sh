@@ -11,6 +11,7 @@ qt6-qpa-plugins qt6-l10n-tools
 libcodec2-dev libopus-dev libgsm1-dev libssl-dev libunicorn-dev binutils-arm-none-eabi
 libspdlog-dev libfmt-dev
 libbenchmark-dev
+ladspa-sdk swh-plugins cmt
 pulseaudio pulseaudio-utils xvfb xauth util-linux procps iproute2
 espeak-ng sox
 svxlink-server iaxmodem tshark direwolf

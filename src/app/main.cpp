@@ -60,7 +60,7 @@ void restoreSpeakerCard()
     const QString profile = audio.value(QStringLiteral("default_spk_profile")).toString();
     if (card.isEmpty() || profile.isEmpty())
         return;
-    zl::AudioDevice::restoreCardProfile(card, profile);
+    zl::AudioDevice::instance().setCardProfile(card, profile);
     QThread::msleep(150);
 }
 

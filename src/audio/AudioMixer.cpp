@@ -120,8 +120,6 @@ bool AudioMixer::canPlay(const QString& modeKey) const
 
 void AudioMixer::pushPcm(const QString& modeKey, const QByteArray& pcm, const QString& peerKey)
 {
-    // The receive chain of (modeKey, peerKey) is a pass-through until chains are configured.
-    Q_UNUSED(peerKey)
     if (shuttingDown || !canPlay(modeKey))
         return;
     const bool streamStart = modeKey != nowPlaying;
@@ -146,6 +144,12 @@ void AudioMixer::pushPcm(const QString& modeKey, const QByteArray& pcm, const QS
     frameWork.resize(count * 2);
     std::memcpy(frameWork.data(), pcm.constData(), size_t(count * 2));
     auto* samples = reinterpret_cast<qint16*>(frameWork.data());
+    AudioChain& chain = rxChain(modeKey, peerKey);
+    if (chain.isEnabled()) {
+        if (streamStart)
+            chain.reset();
+        chain.process(samples, int(qMin<qsizetype>(count, INT_MAX)));
+    }
     float gain = spkVolume * spkBoost;
     if (rxAgcOn) {
         if (streamStart)
@@ -359,11 +363,11 @@ void AudioMixer::onMicBlock(QByteArray block)
     }
     const qsizetype count = block.size() / 2;
     auto* samples = reinterpret_cast<qint16*>(block.data());
-    // The transmit chain is a pass-through until chains are configured.
     if (micGain != 1.0f)
         applyGain(samples, count, micGain);
     micPeakPct = meterPercent(peakOf(samples, count), micPeakPct);
     emit micLevelChanged(micPeakPct);
+    txChain.process(samples, int(qMin<qsizetype>(count, INT_MAX)));
     emit micPcmReady(block);
 }
 
@@ -386,6 +390,31 @@ void AudioMixer::applyChains(const QString& modeKey, const QString& rowKey)
         return;
     activeMode = modeKey;
     txChainPeer = rowKey;
+    reloadTxChain();
+}
+
+void AudioMixer::reloadTxChain()
+{
+    txChain.configure(loadChainConfig(activeMode, txChainPeer, QStringLiteral("chain_tx")));
+    qInfo() << "AudioMixer: audio chain for" << (activeMode.isEmpty() ? QStringLiteral("default") : activeMode)
+            << "tx=" << txChain.isEnabled() << "(ladspa" << txChain.pluginCount()
+            << ") rx=" << loadChainConfig(activeMode, txChainPeer, QStringLiteral("chain_rx")).enabled;
+}
+
+AudioChain& AudioMixer::rxChain(const QString& modeKey, const QString& peerKey)
+{
+    std::unique_ptr<AudioChain>& chain = rxChains[modeKey + QChar(0x1F) + peerKey];
+    if (!chain) {
+        chain = std::make_unique<AudioChain>();
+        chain->configure(loadChainConfig(modeKey, peerKey, QStringLiteral("chain_rx")));
+    }
+    return *chain;
+}
+
+const AudioChain* AudioMixer::rxChainFor(const QString& modeKey, const QString& peerKey) const
+{
+    const auto it = rxChains.find(modeKey + QChar(0x1F) + peerKey);
+    return it == rxChains.end() ? nullptr : it->second.get();
 }
 
 void AudioMixer::setNowPlaying(const QString& modeKey)
@@ -521,6 +550,8 @@ void AudioMixer::reloadConfig()
     prio.clear();
     for (auto it = state.begin(); it != state.end(); ++it)
         prio.insert(it.key(), it.value().toObject().value(kPrio).toBool(false));
+    rxChains.clear();
+    reloadTxChain();
 }
 
 void AudioMixer::shutdown()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AudioChain.h"
 #include "JitterQueue.h"
 #include "RxAgc.h"
 #include "SinkPort.h"
@@ -9,6 +10,7 @@
 #include <QObject>
 #include <QString>
 
+#include <map>
 #include <memory>
 
 class QAudioSource;
@@ -63,6 +65,9 @@ public:
     bool rxAgcEnabled() const { return rxAgcOn; }
     bool hasSink() const { return sink != nullptr; }
     bool hasSource() const { return source != nullptr; }
+    // The receive chain in use for this peer of this mode, null before its first frame.
+    const AudioChain* rxChainFor(const QString& modeKey, const QString& peerKey) const;
+    const AudioChain& transmitChain() const { return txChain; }
     // Why the microphone could not be opened; empty while it works.
     QString micUnavailableReason() const { return micProblem; }
 
@@ -97,6 +102,8 @@ private:
     QString configuredSpkDevice() const;
     void onSourceReadyRead();
     void setMicProblem(const QString& reason);
+    void reloadTxChain();
+    AudioChain& rxChain(const QString& modeKey, const QString& peerKey);
 
     QString activeMode;
     bool txActive = false;
@@ -126,7 +133,11 @@ private:
     QTimer* jitterTimer = nullptr;
     int rxJitterMs = 200;
     JitterQueue jitter;
+    AudioChain txChain;
     QString txChainPeer;
+    // Key: mode, the unit separator 0x1F, peer key. Made at a peer's first frame, dropped at
+    // each configuration reload.
+    std::map<QString, std::unique_ptr<AudioChain>> rxChains;
     // Per-frame work space, kept to avoid an allocation per frame.
     QByteArray frameWork;
     QByteArray converted;

@@ -1,14 +1,13 @@
 #include "ui/AudioSettingsTab.h"
 
 #include "app/Config.h"
+#include "audio/AudioDevice.h"
 
-#include <QAudioDevice>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
 #include <QJsonObject>
 #include <QLabel>
-#include <QMediaDevices>
 #include <QSpinBox>
 
 namespace {
@@ -17,11 +16,11 @@ const QString kAudio = QStringLiteral("audio");
 
 // "(system default)" first, then the devices by description; a stored device that is not
 // plugged in now stays selectable, so that opening the tab does not forget it.
-void fillDevices(QComboBox* combo, const QList<QAudioDevice>& devices, const QString& stored)
+void fillDevices(QComboBox* combo, const QStringList& devices, const QString& stored)
 {
     combo->addItem(QStringLiteral("(system default)"), QString());
-    for (const QAudioDevice& device : devices)
-        combo->addItem(device.description(), device.description());
+    for (const QString& device : devices)
+        combo->addItem(device, device);
     if (!stored.isEmpty() && combo->findData(stored) < 0)
         combo->addItem(QStringLiteral("%1 (not present)").arg(stored), stored);
     combo->setCurrentIndex(qMax(0, combo->findData(stored)));
@@ -44,8 +43,10 @@ AudioSettingsTab::AudioSettingsTab(QWidget* parent)
     const QJsonObject audio = zl::Config::instance().section(kAudio);
     micDevice->setObjectName(QStringLiteral("defaultMicDevice"));
     spkDevice->setObjectName(QStringLiteral("defaultSpkDevice"));
-    fillDevices(micDevice, QMediaDevices::audioInputs(), audio.value(QStringLiteral("default_mic_device")).toString());
-    fillDevices(spkDevice, QMediaDevices::audioOutputs(), audio.value(QStringLiteral("default_spk_device")).toString());
+    fillDevices(micDevice, zl::AudioDevice::instance().listInputs(),
+                audio.value(QStringLiteral("default_mic_device")).toString());
+    fillDevices(spkDevice, zl::AudioDevice::instance().listOutputs(),
+                audio.value(QStringLiteral("default_spk_device")).toString());
     micVolume = spin(0, 100, audio.value(QStringLiteral("default_mic_volume")).toInt(100), QStringLiteral(" %"));
     spkVolume = spin(0, 100, audio.value(QStringLiteral("default_spk_volume")).toInt(80), QStringLiteral(" %"));
     micGainDb = spin(-30, 30, audio.value(QStringLiteral("default_mic_gain_db")).toInt(0), QStringLiteral(" dB"));

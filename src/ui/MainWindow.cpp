@@ -17,6 +17,7 @@
 #include "hw/Dv3000Pool.h"
 #include "ui/AllStarModePage.h"
 #include "ui/AprsModePage.h"
+#include "ui/AudioDeviceCombos.h"
 #include "ui/DmrModePage.h"
 #include "ui/DmrSmsPage.h"
 #include "ui/EchoLinkModePage.h"
@@ -28,13 +29,13 @@
 #include "ui/PocsagModePage.h"
 #include "ui/ScreenFit.h"
 #include "ui/SettingsDialog.h"
+#include "ui/SoundTestWindow.h"
 #include "ui/StyleSheet.h"
 #include "ui/SvxLinkModePage.h"
 #include "ui/YsfModePage.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QAudioDevice>
 #include <QButtonGroup>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -48,7 +49,6 @@
 #include <QKeyEvent>
 #include <QKeySequence>
 #include <QLabel>
-#include <QMediaDevices>
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QProgressBar>
@@ -406,7 +406,6 @@ void MainWindow::buildToolBar()
     QToolBar* bar = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("mainToolBar"));
     bar->setMovable(false);
-    // The sound test comes with its own window; its action is shown but not yet enabled.
     QAction* settings = bar->addAction(QStringLiteral("⚙ Settings"), this, &MainWindow::openSettings);
     settings->setObjectName(QStringLiteral("settingsAction"));
     settings->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
@@ -418,8 +417,29 @@ void MainWindow::buildToolBar()
     about->setToolTip(QStringLiteral("Version, licence and where the log files are."));
     QAction* soundTest = bar->addAction(QStringLiteral("🔊 Sound Test"));
     soundTest->setToolTip(QStringLiteral("Play a tone and record the microphone to check the audio."));
+    soundTest->setObjectName(QStringLiteral("soundTestAction"));
     soundTest->setCheckable(true);
-    soundTest->setEnabled(false);
+    connect(soundTest, &QAction::toggled, this, [this, soundTest](bool on) {
+        if (!on) {
+            if (soundTestWindow)
+                soundTestWindow->close();
+            return;
+        }
+        if (!soundTestWindow) {
+            soundTestWindow = new zl::ui::SoundTestWindow(this);
+            // Closing the window unchecks the action, whichever way it was closed; quietly, as
+            // the window is already on its way out.
+            connect(soundTestWindow, &QObject::destroyed, soundTest, [soundTest] {
+                const QSignalBlocker blocker(soundTest);
+                soundTest->setChecked(false);
+            });
+            // The test may have opened another microphone; the mode's own comes back.
+            connect(soundTestWindow, &QObject::destroyed, this, [this] { applyMicDevice(); });
+        }
+        soundTestWindow->show();
+        soundTestWindow->raise();
+        soundTestWindow->activateWindow();
+    });
 }
 
 void MainWindow::showAbout()
@@ -1123,20 +1143,17 @@ void MainWindow::loadLastHeard()
 void MainWindow::refreshAudioDevices()
 {
     const QSignalBlocker b1(micCombo), b2(spkCombo);
-    micCombo->clear();
-    spkCombo->clear();
-    micCombo->addItem(QStringLiteral("(default)"), QString());
-    spkCombo->addItem(QStringLiteral("(default)"), QString());
-    for (const QAudioDevice& device : QMediaDevices::audioInputs())
-        micCombo->addItem(device.description(), device.description());
-    for (const QAudioDevice& device : QMediaDevices::audioOutputs())
-        spkCombo->addItem(device.description(), device.description());
+    zl::ui::fillMicCombo(micCombo, QStringLiteral("(default)"));
+    zl::ui::fillSpkCombo(spkCombo, QStringLiteral("(default)"));
 }
 
 void MainWindow::onSpkComboChanged()
 {
     saveModeAudio(false);
     const QString data = spkCombo->currentData().toString();
+    QString card, profile;
+    if (zl::ui::switchEntry(data, &card, &profile))
+        return;
     const QString device =
         data.isEmpty() ? zl::Config::instance().section(QStringLiteral("audio")).value("default_spk_device").toString()
                        : data;
@@ -1186,6 +1203,21 @@ void MainWindow::saveModeAudio(bool silent)
     BaseModePage* page = pages.value(activeMode);
     if (!page)
         return;
+    // A profile entry asks for the sound card's other output; once the sound server has made
+    // its sinks, the newest device is taken.
+    QString card, profile;
+    if (zl::ui::switchEntry(spkCombo->currentData().toString(), &card, &profile)) {
+        zl::ui::switchCardProfile(card, profile);
+        QTimer::singleShot(250, this, [this] {
+            refreshAudioDevices();
+            {
+                const QSignalBlocker blocker(spkCombo);
+                zl::ui::pickLastDevice(spkCombo);
+            }
+            onSpkComboChanged();
+        });
+        return;
+    }
     zl::Config& config = zl::Config::instance();
     QJsonObject section = config.section(page->modeKey());
     QJsonObject audio = section.value(QStringLiteral("audio")).toObject();

@@ -21,6 +21,10 @@ class RepeaterDb;
 class TgListSync;
 class UserDb;
 } // namespace zl
+namespace zl::ui {
+class SoundTestWindow;
+}
+
 class QButtonGroup;
 class QComboBox;
 class QGroupBox;
@@ -160,4 +164,5 @@ private:
     QLabel* callLabel = nullptr;
     QLabel* clockLabel = nullptr;
     QPointer<QMessageBox> aboutBox;
+    QPointer<zl::ui::SoundTestWindow> soundTestWindow;
 };

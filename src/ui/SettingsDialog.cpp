@@ -5,6 +5,7 @@
 #include "ui/AmbeSettingsTab.h"
 #include "ui/ApiSettingsTab.h"
 #include "ui/AprsSettingsTab.h"
+#include "ui/AudioChainTab.h"
 #include "ui/AudioSettingsTab.h"
 #include "ui/DmrSettingsTab.h"
 #include "ui/EchoLinkSettingsTab.h"
@@ -123,6 +124,8 @@ SettingsDialog::SettingsDialog(QWidget* parent)
             tab = general = new GeneralSettingsTab;
         } else if (title == QLatin1String("Audio")) {
             tab = new AudioSettingsTab;
+        } else if (title == QLatin1String("EQ / LADSPA")) {
+            tab = new AudioChainTab;
         } else if (title == QLatin1String("Hardware")) {
             tab = new HardwareSettingsTab;
         } else if (title == QLatin1String("AMBE")) {

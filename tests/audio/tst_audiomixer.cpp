@@ -175,6 +175,7 @@ private slots:
         config.setSectionSilent(QStringLiteral("audio"), {});
         config.setSectionSilent(QStringLiteral("mode_state"), {});
         config.setSectionSilent(kM17, {});
+        config.setSectionSilent(kDmr, {});
     }
 
     void firstTalkerKeepsTheSpeaker()
@@ -394,6 +395,42 @@ private slots:
         const qint16 out = *reinterpret_cast<const qint16*>(mixer.sink->writes.last().bytes.constData());
         QVERIFY2(qAbs(out - 9932) <= 2, qPrintable(QString::number(out)));
         QCOMPARE(level.last().first().toInt(), out * 100 / 32767);
+    }
+
+    // Chain settings fall back from the peer to the mode to the default: received audio is
+    // shaped per (mode, peer), the microphone by the mode and row in front.
+    void chainsFollowModeAndPeer_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QString>("peer");
+        QTest::addColumn<int>("heard"); // 1000 after the receive chain
+        QTest::addColumn<int>("sent");  // 1000 after the transmit chain
+        QTest::newRow("peer's own") << kDmr << "bm2621" << 1995 << 501;
+        QTest::newRow("peer without, mode's own") << kDmr << "tgif" << 251 << 3981;
+        QTest::newRow("peer not asking for its own") << kDmr << "plain" << 251 << 3981;
+        QTest::newRow("mode without, default") << kM17 << "M17-XOR A" << 501 << 3981;
+    }
+
+    void chainsFollowModeAndPeer()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QString, peer);
+        const auto chain = [](double db) { return QJsonObject{{"enabled", true}, {"gain_db", db}}; };
+        zl::Config& config = zl::Config::instance();
+        config.setSectionSilent(
+            kDmr,
+            {{"audio", QJsonObject{{"chain_own", true}, {"chain_rx", chain(-12)}}},
+             {"peer_audio",
+              QJsonObject{{"bm2621", QJsonObject{{"chain_own", true}, {"chain_rx", chain(6)}, {"chain_tx", chain(-6)}}},
+                          {"plain", QJsonObject{{"chain_rx", chain(20)}}}}}});
+        config.setSectionSilent("audio", {{"rx_jitter_ms", 0}, {"chain_rx", chain(-6)}, {"chain_tx", chain(12)}});
+        SimMixer mixer;
+        mixer.pushPcm(mode, SimMixer::frame(1000), peer);
+        QTEST(int(*reinterpret_cast<const qint16*>(mixer.sink->writes.first().bytes.constData())), "heard");
+        QSignalSpy mic(&mixer, &AudioMixer::micPcmReady);
+        mixer.applyChains(mode, peer);
+        mixer.onMicBlock(SimMixer::frame(1000));
+        QTEST(int(*reinterpret_cast<const qint16*>(mic.last().first().toByteArray().constData())), "sent");
     }
 
     void noOutputDeviceKeepsOnlyTheTalker()

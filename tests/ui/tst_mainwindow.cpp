@@ -11,6 +11,7 @@
 #include "ui/LastHeardWindow.h"
 #include "ui/M17ModePage.h"
 #include "ui/MainWindow.h"
+#include "ui/SoundTestWindow.h"
 
 #include <QApplication>
 #include <QAudioDevice>
@@ -483,6 +484,29 @@ private slots:
 
     // A widget's own tool tip goes first, else the help text of the nearest carrier; switched
     // off, the tips go at once and the choice is stored.
+    // The sound test follows its action; its tone plays once however often the button is
+    // pressed, on the speaker, and gives the button back; levels are stored as they change.
+    void soundTest()
+    {
+        resetConfig();
+        MainWindow w;
+        auto* action = w.findChild<QAction*>("soundTestAction");
+        action->trigger();
+        auto* window = w.findChild<zl::ui::SoundTestWindow*>();
+        QVERIFY(window && window->isVisible());
+        auto* tone = window->findChild<QPushButton*>("toneButton");
+        const qsizetype streams = pulse.sinkInputSinks().size();
+        tone->click();
+        tone->click();
+        QVERIFY(!tone->isEnabled());
+        QTRY_COMPARE(pulse.sinkInputSinks().size(), streams + 1);
+        QTRY_VERIFY_WITH_TIMEOUT(tone->isEnabled(), 5000);
+        window->findChild<QSlider*>("default_spk_boost_db")->setValue(4);
+        QCOMPARE(Config::instance().section("audio").value("default_spk_boost_db").toInt(), 4);
+        window->close();
+        QTRY_VERIFY(!action->isChecked());
+    }
+
     void helpTipsComeFromTheNearestCarrier()
     {
         using zl::ui::HelpTips;

@@ -11,6 +11,8 @@
 #include "dmr/DmrPeerManager.h"
 #include "hw/Dv3000Pool.h"
 #include "ui/AmbeSettingsTab.h"
+#include "ui/AudioChainEditor.h"
+#include "ui/AudioChainTab.h"
 #include "ui/AudioSettingsTab.h"
 #include "ui/DmrPeerCard.h"
 #include "ui/HardwareSettingsTab.h"
@@ -24,6 +26,7 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QDoubleSpinBox>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -224,6 +227,27 @@ private slots:
         emit zl::Config::instance().configChanged();
         QCOMPARE(zl::audio::AudioMixer::instance().rxJitterDepthMs(), 360);
         QCOMPARE(zl::Config::instance().section("audio").value("rx_jitter_ms").toInt(), 360);
+    }
+
+    // A peer's receive chain made in the EQ / LADSPA tab, with a plug-in from swh-plugins, is
+    // what the mixer loads for that peer; another peer of the mode keeps the default.
+    void chainTabStoresAPeersChain()
+    {
+        AudioChainTab tab;
+        tab.show();
+        auto* mode = tab.findChild<QComboBox*>("chainMode");
+        mode->setCurrentIndex(mode->findText("M17"));
+        tab.findChild<QComboBox*>("chainPeer")->setEditText("M17-XOR C");
+        auto* rx = tab.findChild<AudioChainEditor*>("rxChain");
+        rx->findChild<QCheckBox*>("chainEnabled")->setChecked(true);
+        rx->findChild<QDoubleSpinBox*>("chainGain")->setValue(-6);
+        auto* add = rx->findChild<QComboBox*>("chainAddPlugin");
+        add->setCurrentIndex(add->findData("amp"));
+        click(rx, "chainAdd");
+        tab.commit();
+        const zl::audio::AudioChainConfig own = zl::audio::loadChainConfig("m17", "M17-XOR C", "chain_rx");
+        QVERIFY(own.enabled && own.gainDb == -6.0f && own.ladspa.size() == 1 && own.ladspa[0].label == "amp");
+        QVERIFY(!zl::audio::loadChainConfig("m17", "M17-XOR A", "chain_rx").enabled);
     }
 
     // Picking a public master fills network and address; duplex proposes the band's offset.
