@@ -178,6 +178,19 @@ void AudioMixer::pushPcm(const QString& modeKey, const QByteArray& pcm, const QS
     restartLevelTimer();
 }
 
+void AudioMixer::playCue(const QByteArray& pcm)
+{
+    if (shuttingDown || spkMuted || pcm.size() < 2)
+        return;
+    ensureSink();
+    if (!sink)
+        return;
+    const qsizetype count = pcm.size() / 2;
+    frameWork = pcm.left(count * 2);
+    convertToSink(reinterpret_cast<qint16*>(frameWork.data()), count, spkVolume, sink->format(), converted);
+    sink->write(converted.constData(), converted.size());
+}
+
 void AudioMixer::onJitterTimer()
 {
     if (!sink)

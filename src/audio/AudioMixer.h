@@ -35,6 +35,9 @@ public:
     ~AudioMixer() override;
 
     void pushPcm(const QString& modeKey, const QByteArray& pcm, const QString& peerKey = {});
+    // A short signal of the program's own (8 kHz PCM) for the operator, heard also while
+    // transmitting: no talker, no chain, straight to the speaker at its volume.
+    void playCue(const QByteArray& pcm);
     bool canPlay(const QString& modeKey) const;
 
     void setActiveMode(const QString& modeKey);

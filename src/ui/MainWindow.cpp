@@ -61,8 +61,10 @@
 #include <QStyle>
 #include <QTableWidget>
 #include <QTimer>
+
 #include <QToolBar>
 #include <QVBoxLayout>
+#include <cmath>
 
 #include <optional>
 
@@ -351,6 +353,12 @@ void MainWindow::buildAudioRows(QVBoxLayout* layout)
     connect(txTimeout, &zl::TxTimeout::expired, this, &MainWindow::endTransmission);
     connect(txTimeout, &zl::TxTimeout::warning, this, [this] {
         statusBar()->showMessage(QStringLiteral("TX time-out in %1 s").arg(zl::TxTimeout::kWarningSeconds), 10000);
+        // Two short beeps of 1 kHz, quiet enough not to startle on headphones.
+        QByteArray tone(2 * 8000 * 4 / 10, '\0');
+        auto* samples = reinterpret_cast<qint16*>(tone.data());
+        for (int i = 0; i < tone.size() / 2; ++i)
+            samples[i] = (i / 800) % 2 == 0 ? qint16(6000 * std::sin(2 * M_PI * 1000 * i / 8000.0)) : 0;
+        zl::audio::AudioMixer::instance().playCue(tone);
     });
     connect(&zl::dmr::DmrPeerManager::instance(), &zl::dmr::DmrPeerManager::changed, this,
             [this] { checkTxLink(QStringLiteral("DMR")); });
