@@ -482,8 +482,6 @@ private slots:
         QCOMPARE(again.size(), again.minimumSize() + QSize(10, 10));
     }
 
-    // A widget's own tool tip goes first, else the help text of the nearest carrier; switched
-    // off, the tips go at once and the choice is stored.
     // The sound test follows its action; its tone plays once however often the button is
     // pressed, on the speaker, and gives the button back; levels are stored as they change.
     void soundTest()
@@ -507,6 +505,8 @@ private slots:
         QTRY_VERIFY(!action->isChecked());
     }
 
+    // A widget's own tool tip goes first, else the help text of the nearest carrier; switched
+    // off, the tips go at once and the choice is stored.
     void helpTipsComeFromTheNearestCarrier()
     {
         using zl::ui::HelpTips;
