@@ -23,7 +23,13 @@ void EchoLinkDirectoryServer::onNewConnection()
     while (QTcpSocket* socket = server.nextPendingConnection()) {
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
-            const QByteArray request = socket->readAll();
+            // A request may come in pieces; it is whole with its third CR (registration) or as "s".
+            QByteArray request = socket->property("partial").toByteArray() + socket->readAll();
+            if (request.startsWith('l') && request.count('\r') < 3) {
+                socket->setProperty("partial", request);
+                return;
+            }
+            socket->setProperty("partial", QByteArray());
             requests.append(request);
             // A registration ends with its third CR; the list request is the single "s".
             if (request.startsWith('l'))
