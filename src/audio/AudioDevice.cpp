@@ -1,8 +1,17 @@
 #include "AudioDevice.h"
 
 #include <QAudioDevice>
+#include <QElapsedTimer>
 #include <QMediaDevices>
-#include <QProcess>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace zl {
 
@@ -16,24 +25,56 @@ QStringList descriptions(const QList<QAudioDevice>& devices)
     return names;
 }
 
+constexpr qint64 kPactlMs = 4000;
+
 // Runs pactl; its standard output if it ran to a normal end with code 0, else null. A hung
-// pactl is killed: the main thread waits at most 4 s.
+// pactl is killed: the main thread waits at most 4 s. Spawned, not forked: the program has
+// threads, and a forked copy of it may not run until its exec.
 QByteArray runPactl(const QStringList& args)
 {
-    QProcess pactl;
-    pactl.start(QStringLiteral("pactl"), args, QIODevice::ReadWrite);
-    if (!pactl.waitForStarted(1000))
+    std::vector<QByteArray> storage{QByteArrayLiteral("pactl")};
+    for (const QString& arg : args)
+        storage.push_back(arg.toLocal8Bit());
+    std::vector<char*> argv;
+    for (QByteArray& arg : storage)
+        argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0)
         return {};
-    if (!pactl.waitForFinished(3000)) {
-        pactl.kill();
-        pactl.waitForFinished(1000);
-        return {};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid = -1;
+    const bool started = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    close(fds[1]);
+    QByteArray out("");
+    QElapsedTimer clock;
+    clock.start();
+    bool ended = !started;
+    while (!ended && clock.elapsed() < kPactlMs) {
+        pollfd in{fds[0], POLLIN, 0};
+        if (poll(&in, 1, int(kPactlMs - clock.elapsed())) <= 0)
+            continue;
+        char chunk[4096];
+        const ssize_t got = read(fds[0], chunk, sizeof chunk);
+        if (got > 0)
+            out.append(chunk, got);
+        ended = got == 0 || (got < 0 && errno != EINTR);
     }
-    if (pactl.exitStatus() != QProcess::NormalExit || pactl.exitCode() != 0)
+    close(fds[0]);
+    if (!started)
         return {};
-    QByteArray out = pactl.readAllStandardOutput();
-    if (out.isNull())
-        out = QByteArray("");
+    if (!ended)
+        kill(pid, SIGKILL);
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!ended || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return {};
     return out;
 }
 
