@@ -1,5 +1,7 @@
 #include "aprs/AprsClient.h"
 
+#include "app/LineBuffer.h"
+
 #include <QDateTime>
 #include <QDebug>
 #include <QList>
@@ -236,15 +238,8 @@ void AprsClient::onReconnectTick()
 void AprsClient::onReadyRead()
 {
     rxBuffer.append(socket->readAll());
-    int end = 0;
-    while ((end = rxBuffer.indexOf('\n')) >= 0) {
-        QByteArray line = rxBuffer.left(end);
-        rxBuffer.remove(0, end + 1);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        if (!line.isEmpty())
-            handleLine(line);
-    }
+    for (const QByteArray& line : zl::takeLines(rxBuffer))
+        handleLine(line);
 }
 
 void AprsClient::handleLine(const QByteArray& line)

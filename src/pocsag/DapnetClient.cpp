@@ -1,5 +1,6 @@
 #include "pocsag/DapnetClient.h"
 
+#include "app/LineBuffer.h"
 #include "pocsag/DapnetLine.h"
 
 #include <QDebug>
@@ -202,15 +203,8 @@ void DapnetClient::onReconnectTick()
 void DapnetClient::onReadyRead()
 {
     rxBuffer.append(socket->readAll());
-    qsizetype end = 0;
-    while ((end = rxBuffer.indexOf('\n')) >= 0) {
-        QByteArray line = rxBuffer.left(end);
-        rxBuffer.remove(0, end + 1);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        if (!line.isEmpty())
-            handleLine(line);
-    }
+    for (const QByteArray& line : zl::takeLines(rxBuffer))
+        handleLine(line);
 }
 
 void DapnetClient::handleLine(const QByteArray& line)
