@@ -21,6 +21,26 @@
 class TestAprsModePage : public QObject {
     Q_OBJECT
 
+    // The page's settings for the loopback server, logged in as N0CALL-7 with its passcode.
+    static void useServer(AprsIsServer& server, QJsonObject settings)
+    {
+        server.acceptPasscode("N0CALL", 13023);
+        settings.insert("enabled", true);
+        settings.insert("callsign_ssid", "n0call-7");
+        settings.insert("server_host", "127.0.0.1");
+        settings.insert("server_port", server.port());
+        settings.insert("server", QStringLiteral("127.0.0.1:%1").arg(server.port()));
+        zl::Config::instance().setSection("aprs", settings);
+    }
+
+    // Another station on the same server.
+    static void logIn(zl::aprs::AprsClient& other, const AprsIsServer& server, const QString& call)
+    {
+        other.setServer("127.0.0.1", server.port());
+        other.setCallsign(call);
+        other.start();
+    }
+
 private slots:
     // The page against an APRS-IS server: messages acked once per copy and kept once, topics,
     // positions with distance and bearing, a message to another station followed to its ack,
@@ -29,16 +49,7 @@ private slots:
     {
         TempConfigHome home;
         AprsIsServer server;
-        server.acceptPasscode("N0CALL", 13023);
-        zl::Config::instance().setSection("aprs",
-                                          QJsonObject{{"enabled", true},
-                                                      {"callsign_ssid", "n0call-7"},
-                                                      {"server_host", "127.0.0.1"},
-                                                      {"server_port", server.port()},
-                                                      {"server", QStringLiteral("127.0.0.1:%1").arg(server.port())},
-                                                      {"topics", QJsonArray{"pota", "aprsthursday"}},
-                                                      {"lat", 41.0},
-                                                      {"lon", -71.42016666}});
+        useServer(server, {{"topics", QJsonArray{"pota", "aprsthursday"}}, {"lat", 41.0}, {"lon", -71.42016666}});
         AprsModePage page;
         page.client()->setTimersForTests(1000, 50);
         QTRY_VERIFY(page.isModeConnected());
@@ -62,9 +73,7 @@ private slots:
 
         // Another station on the same server answers through it.
         zl::aprs::AprsClient other;
-        other.setServer("127.0.0.1", server.port());
-        other.setCallsign("N0CALL-5");
-        other.start();
+        logIn(other, server, "N0CALL-5");
         connect(&other, &zl::aprs::AprsClient::packetReceived, &other, [&other](const zl::aprs::ParsedPacket& p) {
             if (p.type == zl::aprs::ParsedPacket::Message && !p.isAck && p.addressee == "N0CALL-5")
                 other.sendAck(p.source, p.msgId);
@@ -123,21 +132,11 @@ private slots:
         QTRY_VERIFY(master.isLoggedIn(240000101) && master.isLoggedIn(240000201));
 
         AprsIsServer server;
-        server.acceptPasscode("N0CALL", 13023);
-        zl::Config::instance().setSection("aprs",
-                                          QJsonObject{{"enabled", true},
-                                                      {"callsign_ssid", "n0call-7"},
-                                                      {"server_host", "127.0.0.1"},
-                                                      {"server_port", server.port()},
-                                                      {"server", QStringLiteral("127.0.0.1:%1").arg(server.port())},
-                                                      {"dmr_bridge_enabled", true},
-                                                      {"dmr_bridge_tg", 9}});
+        useServer(server, {{"dmr_bridge_enabled", true}, {"dmr_bridge_tg", 9}});
         AprsModePage page;
         QTRY_VERIFY(page.isModeConnected());
         zl::aprs::AprsClient other;
-        other.setServer("127.0.0.1", server.port());
-        other.setCallsign("N0CALL-5");
-        other.start();
+        logIn(other, server, "N0CALL-5");
         QTRY_COMPARE(server.logins, 2);
 
         QVERIFY(DmrPeerManager::instance().sendSms("Away", 9, "n0call-5 hello from DMR", "etsi", false).isEmpty());
